@@ -1,0 +1,105 @@
+#include "app/status_model.h"
+
+#include <QFileInfo>
+#include <QLoggingCategory>
+#include <algorithm>
+
+Q_LOGGING_CATEGORY(lcStatus, "quonbrix.status")
+
+namespace quonbrix {
+
+StatusModel::StatusModel(MeterClient *client, Environment env, Intervals intervals,
+                         QObject *parent)
+    : QObject(parent)
+    , m_client(client)
+    , m_env(std::move(env))
+    , m_intervals(intervals)
+{
+    m_timer.setInterval(m_intervals.refresh);
+    m_timer.setSingleShot(false);
+    connect(&m_timer, &QTimer::timeout, this, &StatusModel::load);
+}
+
+void StatusModel::start()
+{
+    refresh();
+    m_timer.start();
+}
+
+void StatusModel::refresh() { load(); }
+
+QStringList StatusModel::workTimerBusyIDList() const
+{
+    QStringList ids(m_workTimerBusyIDs.cbegin(), m_workTimerBusyIDs.cend());
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+void StatusModel::setSupervisor(std::weak_ptr<DaemonRestarter> supervisor)
+{
+    m_supervisor = std::move(supervisor);
+}
+
+void StatusModel::load()
+{
+    m_client->status(this, [this](Reply<DaemonStatus> reply) { apply(std::move(reply)); });
+}
+
+void StatusModel::apply(Reply<DaemonStatus> reply)
+{
+    // One line per change of the daemon's condition, not one every five seconds.
+    if (!m_lastLoggedFailure || *m_lastLoggedFailure != reply.failure) {
+        switch (reply.failure) {
+        case ReplyFailure::None:
+            qCInfo(lcStatus, "[QuonBrix] status: daemon answered at %s",
+                   qUtf8Printable(m_client->base()));
+            break;
+        case ReplyFailure::Unreachable:
+            qCWarning(lcStatus, "[QuonBrix] status: daemon not reachable at %s (%s)",
+                      qUtf8Printable(m_client->base()), qUtf8Printable(reply.detail));
+            break;
+        case ReplyFailure::Unreadable:
+            qCWarning(lcStatus, "[QuonBrix] status: daemon answered with an unreadable status (%s)",
+                      qUtf8Printable(reply.detail));
+            break;
+        }
+        m_lastLoggedFailure = reply.failure;
+    }
+
+    // A failed read clears the previous status: screens never show stale figures.
+    if (m_status != reply.value) {
+        m_status = std::move(reply.value);
+        Q_EMIT statusChanged();
+    }
+    const bool healthy = m_status.has_value();
+    if (healthy != m_daemonHealthy) {
+        m_daemonHealthy = healthy;
+        Q_EMIT daemonHealthyChanged();
+    }
+    handleEnrollment();
+    Q_EMIT passFinished(m_status);
+}
+
+void StatusModel::handleEnrollment()
+{
+    if (!m_status)
+        return;
+    if (m_status->enrolled) {
+        // Sign-in completed: a later sign-in may restart the daemon again.
+        m_autoRestartedForEnroll = false;
+        return;
+    }
+    if (m_autoRestartedForEnroll)
+        return;
+    if (!QFileInfo::exists(m_env.privateDir() + QStringLiteral("/enrollment.json")))
+        return;
+    // The daemon reads the enrollment file only at start, so it is restarted once to pick up
+    // a sign-in that finished while it was running.
+    m_autoRestartedForEnroll = true;
+    if (const auto supervisor = m_supervisor.lock()) {
+        qCInfo(lcStatus, "[QuonBrix] status: enrollment file found, restarting brixd");
+        supervisor->restart();
+    }
+}
+
+} // namespace quonbrix

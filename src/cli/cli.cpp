@@ -1,0 +1,261 @@
+#include "cli/cli.h"
+
+#include "app/status_model.h"
+#include "daemon_link/json_codec.h"
+#include "daemon_link/meter_client.h"
+#include "features/provider_limits.h"
+#include "platform/unix_signals.h"
+#include "ui/formatting.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QTextStream>
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+
+namespace quonbrix::cli {
+
+namespace {
+
+const char *const helpText = R"(Usage: quonbrix [command]
+
+QuonBrix keeps the local AI-usage meter brixd running and shows its figures.
+
+Commands:
+  status            print a short summary of the daemon's status
+  status --json     print the daemon's status record as JSON
+  status --waybar   print one JSON object for a waybar custom module
+  status --watch    print a line whenever the status or the daemon's health changes
+
+Options:
+  -h, --help        show this help and exit
+  -v, --version     show the version and exit
+
+Environment:
+  QUON_BRIX_ADMIN_PORT   the daemon's admin port on 127.0.0.1 (default 8511)
+)";
+
+QTextStream &out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+QTextStream &err()
+{
+    static QTextStream stream(stderr);
+    return stream;
+}
+
+QString failureLine(ReplyFailure failure, const QString &base)
+{
+    if (failure == ReplyFailure::Unreadable)
+        return QStringLiteral("daemon answered with an unreadable status");
+    return QStringLiteral("daemon not reachable at ") + base;
+}
+
+QString limitText(const DaemonStatus &status)
+{
+    const auto *top = status.providerLimits ? highestFreshReading(*status.providerLimits) : nullptr;
+    if (!top)
+        return {};
+    const auto whole = roundToInt64(top->usedPercent);
+    return providerDisplayName(top->source) + QLatin1Char(' ') + providerLimitWindowName(*top) +
+           QLatin1Char(' ') + (whole ? QString::number(*whole) : QStringLiteral("—")) +
+           QLatin1Char('%');
+}
+
+QString timersText(const DaemonStatus &status)
+{
+    const auto &timers = status.workTimers;
+    if (!timers || timers->empty())
+        return QStringLiteral("none");
+    QStringList parts;
+    for (const auto &session : *timers)
+        parts << session.projectLabel + QStringLiteral(" (") + session.status + QLatin1Char(')');
+    return QString::number(timers->size()) + QStringLiteral(" open: ") +
+           parts.join(QStringLiteral(", "));
+}
+
+// One read of /status, blocking in a local event loop.
+Reply<DaemonStatus> readStatusOnce(const MeterClient &client)
+{
+    QEventLoop loop;
+    Reply<DaemonStatus> result;
+    client.status(&loop, [&](Reply<DaemonStatus> reply) {
+        result = std::move(reply);
+        loop.quit();
+    });
+    loop.exec();
+    return result;
+}
+
+int watch(MeterClient &client, const Environment &env)
+{
+    StatusModel model(&client, env);
+    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, qApp,
+                     &QCoreApplication::quit);
+    QString lastLine;
+    bool first = true;
+    // Printed only when the published status or health changed since the last line.
+    const auto print = [&] {
+        const QString line = watchLine(model.status(), client.base());
+        if (!first && line == lastLine)
+            return;
+        first = false;
+        lastLine = line;
+        out() << QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss")) << ' ' << line
+              << Qt::endl;
+    };
+    bool changed = true;
+    QObject::connect(&model, &StatusModel::statusChanged, [&] { changed = true; });
+    QObject::connect(&model, &StatusModel::daemonHealthyChanged, [&] { changed = true; });
+    QObject::connect(&model, &StatusModel::passFinished, [&] {
+        if (changed)
+            print();
+        changed = false;
+    });
+    model.start();
+    QCoreApplication::exec();
+    return 0;
+}
+
+int status(const QStringList &args, const Environment &env)
+{
+    enum class Mode { Summary, Json, Waybar, Watch } mode = Mode::Summary;
+    for (const QString &arg : args) {
+        if (arg == QLatin1String("--json"))
+            mode = Mode::Json;
+        else if (arg == QLatin1String("--waybar"))
+            mode = Mode::Waybar;
+        else if (arg == QLatin1String("--watch"))
+            mode = Mode::Watch;
+        else {
+            err() << "quonbrix: unknown option '" << arg << "' for status. Try 'quonbrix --help'."
+                  << Qt::endl;
+            return 2;
+        }
+    }
+
+    MeterClient client(MeterClient::baseFromEnvironment(env));
+    if (mode == Mode::Watch)
+        return watch(client, env);
+
+    const Reply<DaemonStatus> reply = readStatusOnce(client);
+    if (mode == Mode::Waybar) {
+        // Waybar shows whatever is printed, so a dead daemon still gets an object.
+        out() << QJsonDocument(waybarObject(reply.value, client.base()))
+                     .toJson(QJsonDocument::Compact)
+              << Qt::endl;
+    }
+    if (!reply.value) {
+        err() << failureLine(reply.failure, client.base()) << Qt::endl;
+        return 1;
+    }
+    if (mode == Mode::Json)
+        out() << QJsonDocument(json::encode(*reply.value)).toJson(QJsonDocument::Indented);
+    else if (mode == Mode::Summary)
+        out() << summary(*reply.value);
+    out().flush();
+    return 0;
+}
+
+} // namespace
+
+bool isCommandLineInvocation(const QStringList &args)
+{
+    return !args.isEmpty();
+}
+
+QString summary(const DaemonStatus &s)
+{
+    QString text;
+    QTextStream t(&text);
+    const QString limit = limitText(s);
+    t << "Period      " << s.period << '\n';
+    t << "Tokens      " << formatTokens(s.tokens) << " (Claude Code " << formatTokens(s.claudeCode)
+      << " · Codex " << formatTokens(s.codex) << ")\n";
+    t << "Cost        " << formatUSD(s.estCost) << " API list-price equivalent\n";
+    t << "Limit       " << (limit.isEmpty() ? QStringLiteral("no provider reading") : limit)
+      << '\n';
+    t << "Timers      " << timersText(s) << '\n';
+    t << "Signed in   " << (s.enrolled ? "yes" : "no") << '\n';
+    return text;
+}
+
+QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base)
+{
+    if (!status) {
+        return QJsonObject{{QStringLiteral("text"), QStringLiteral("brixd down")},
+                           {QStringLiteral("tooltip"), failureLine(ReplyFailure::Unreachable, base)},
+                           {QStringLiteral("class"), QStringLiteral("down")},
+                           {QStringLiteral("percentage"), 0}};
+    }
+    const auto *top = status->providerLimits ? highestFreshReading(*status->providerLimits) : nullptr;
+    const qint64 pct = top ? roundToInt64(top->usedPercent).value_or(0) : 0;
+    QString cls = QStringLiteral("ok");
+    if (top) {
+        switch (limitSeverity(top->usedPercent)) {
+        case LimitSeverity::Critical:
+            cls = QStringLiteral("critical");
+            break;
+        case LimitSeverity::Warning:
+            cls = QStringLiteral("warning");
+            break;
+        case LimitSeverity::Fine:
+            break;
+        }
+    }
+    const QString text = top ? QString::number(pct) + QLatin1Char('%') : formatTokens(status->tokens);
+    return QJsonObject{{QStringLiteral("text"), text},
+                       {QStringLiteral("tooltip"), summary(*status).trimmed()},
+                       {QStringLiteral("class"), cls},
+                       {QStringLiteral("percentage"), std::clamp<qint64>(pct, 0, 100)}};
+}
+
+QString watchLine(const std::optional<DaemonStatus> &status, const QString &base)
+{
+    if (!status)
+        return QStringLiteral("daemon not running — no status from ") + base;
+    QString line = formatTokens(status->tokens) + QStringLiteral(" tokens · ") +
+                   formatUSD(status->estCost);
+    const QString limit = limitText(*status);
+    if (!limit.isEmpty())
+        line += QStringLiteral(" · ") + limit;
+    const auto timers = status->workTimers ? status->workTimers->size() : 0;
+    if (timers > 0)
+        line += QStringLiteral(" · %1 timer%2 open").arg(timers).arg(timers == 1 ? QString() : QStringLiteral("s"));
+    return line;
+}
+
+int run(const QStringList &args, const Environment &env)
+{
+    const QString command = args.value(0);
+    if (command == QLatin1String("-h") || command == QLatin1String("--help") ||
+        command == QLatin1String("help")) {
+        out() << helpText;
+        out().flush();
+        return 0;
+    }
+    if (command == QLatin1String("-v") || command == QLatin1String("--version")) {
+        out() << "quonbrix " << QUONBRIX_VERSION << Qt::endl;
+        return 0;
+    }
+    if (command == QLatin1String("status")) {
+        const QString base = MeterClient::baseFromEnvironment(env);
+        if (!MeterClient::isUsableBase(base)) {
+            err() << "quonbrix: QUON_BRIX_ADMIN_PORT does not make a valid daemon URL (" << base
+                  << ")" << Qt::endl;
+            return 2;
+        }
+        return status(args.mid(1), env);
+    }
+    err() << "quonbrix: unknown command '" << command << "'. Try 'quonbrix --help'." << Qt::endl;
+    return 2;
+}
+
+} // namespace quonbrix::cli

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "daemon_link/records.h"
+#include "platform/environment.h"
+
+#include <QJsonObject>
+#include <QStringList>
+#include <optional>
+
+namespace quonbrix::cli {
+
+// Runs a command-line invocation (`args` without the program name) and returns the exit code.
+// Needs a QCoreApplication; runs an event loop only as long as the command needs one.
+int run(const QStringList &args, const Environment &env);
+
+bool isCommandLineInvocation(const QStringList &args);
+
+// The pieces the commands print, separate so they can be checked without a daemon.
+QString summary(const DaemonStatus &status);
+QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base);
+QString watchLine(const std::optional<DaemonStatus> &status, const QString &base);
+
+} // namespace quonbrix::cli

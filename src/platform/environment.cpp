@@ -1,0 +1,42 @@
+#include "platform/environment.h"
+
+#include <QDir>
+#include <QProcessEnvironment>
+
+namespace quonbrix {
+
+Environment Environment::fromProcess()
+{
+    const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    QHash<QString, QString> vars;
+    const QStringList keys = env.keys();
+    for (const QString &key : keys)
+        vars.insert(key, env.value(key));
+    return Environment(std::move(vars));
+}
+
+std::optional<QString> Environment::value(const QString &name) const
+{
+    const auto it = m_vars.constFind(name);
+    if (it == m_vars.constEnd())
+        return std::nullopt;
+    return *it;
+}
+
+QString Environment::value(const QString &name, const QString &fallback) const
+{
+    return m_vars.value(name, fallback);
+}
+
+QString Environment::homeDir() const
+{
+    const QString home = m_vars.value(QStringLiteral("HOME"));
+    return home.isEmpty() ? QDir::homePath() : home;
+}
+
+QString Environment::privateDir() const
+{
+    return homeDir() + QStringLiteral("/.quon-brix");
+}
+
+} // namespace quonbrix
