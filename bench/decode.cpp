@@ -14,8 +14,7 @@ using namespace quonbrix;
 
 namespace {
 
-QByteArray makeBody(qsizetype targetBytes)
-{
+QByteArray makeBody(qsizetype targetBytes) {
     DaemonStatus s;
     s.enrolled = true;
     s.orgId = QStringLiteral("org_bench");
@@ -70,8 +69,7 @@ QByteArray makeBody(qsizetype targetBytes)
     return json::encodeBytes(s);
 }
 
-template <class F> double medianMs(int rounds, F &&f)
-{
+template <class F> double medianMs(int rounds, F &&f) {
     std::vector<double> times;
     for (int r = 0; r < rounds; ++r) {
         QElapsedTimer t;
@@ -85,8 +83,7 @@ template <class F> double medianMs(int rounds, F &&f)
 
 } // namespace
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     QCoreApplication app(argc, argv);
     const QByteArray body = makeBody(1 << 20);
     const int rounds = 41;
@@ -96,9 +93,8 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "bench_decode: generated body does not decode\n");
         return 1;
     }
-    const double parse = medianMs(rounds, [&] {
-        sink = sink + QJsonDocument::fromJson(body).object().size();
-    });
+    const double parse =
+        medianMs(rounds, [&] { sink = sink + QJsonDocument::fromJson(body).object().size(); });
     const double decode = medianMs(rounds, [&] {
         sink = sink + qsizetype(json::decode<DaemonStatus>(body)->projects->size());
     });

@@ -3,8 +3,7 @@
 
 #include <QCoreApplication>
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("quonbrix"));
     QCoreApplication::setApplicationVersion(QStringLiteral(QUONBRIX_VERSION));

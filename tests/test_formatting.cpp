@@ -22,8 +22,7 @@ private Q_SLOTS:
     void severityAndHighestReading();
 };
 
-void FormattingTest::tokens_data()
-{
+void FormattingTest::tokens_data() {
     QTest::addColumn<qint64>("n");
     QTest::addColumn<QString>("text");
     QTest::newRow("below a thousand") << qint64(999) << QStringLiteral("999");
@@ -35,15 +34,13 @@ void FormattingTest::tokens_data()
     QTest::newRow("no step beyond M") << qint64(1234567890) << QStringLiteral("1234.6M");
 }
 
-void FormattingTest::tokens()
-{
+void FormattingTest::tokens() {
     QFETCH(qint64, n);
     QFETCH(QString, text);
     QCOMPARE(formatTokens(n), text);
 }
 
-void FormattingTest::usd_data()
-{
+void FormattingTest::usd_data() {
     QTest::addColumn<double>("x");
     QTest::addColumn<QString>("text");
     QTest::newRow("zero") << 0.0 << QStringLiteral("$0.00");
@@ -53,15 +50,13 @@ void FormattingTest::usd_data()
     QTest::newRow("no separators") << 1234.6 << QStringLiteral("$1235");
 }
 
-void FormattingTest::usd()
-{
+void FormattingTest::usd() {
     QFETCH(double, x);
     QFETCH(QString, text);
     QCOMPARE(formatUSD(x), text);
 }
 
-void FormattingTest::percentText_data()
-{
+void FormattingTest::percentText_data() {
     QTest::addColumn<double>("fraction");
     QTest::addColumn<QString>("text");
     QTest::newRow("half rounds away from zero") << 0.005 << QStringLiteral("1%");
@@ -72,31 +67,30 @@ void FormattingTest::percentText_data()
     QTest::newRow("beyond 64 bits") << 1e300 << QStringLiteral("—");
 }
 
-void FormattingTest::percentText()
-{
+void FormattingTest::percentText() {
     QFETCH(double, fraction);
     QFETCH(QString, text);
     QCOMPARE(percent(fraction), text);
 }
 
-void FormattingTest::windowNames_data()
-{
+void FormattingTest::windowNames_data() {
     QTest::addColumn<QString>("window");
     QTest::addColumn<QString>("scope");
     QTest::addColumn<QString>("text");
-    QTest::newRow("session") << QStringLiteral("session") << QString() << QStringLiteral("5h window");
+    QTest::newRow("session") << QStringLiteral("session") << QString()
+                             << QStringLiteral("5h window");
     QTest::newRow("week") << QStringLiteral("week") << QString() << QStringLiteral("Weekly");
     QTest::newRow("scoped") << QStringLiteral("week_scoped") << QStringLiteral("Opus")
                             << QStringLiteral("Weekly · Opus");
-    QTest::newRow("scoped empty label") << QStringLiteral("week_scoped") << QStringLiteral("")
-                                        << QStringLiteral("Weekly (model)");
-    QTest::newRow("scoped no label") << QStringLiteral("week_scoped") << QString()
-                                     << QStringLiteral("Weekly (model)");
-    QTest::newRow("unknown kept") << QStringLiteral("month") << QString() << QStringLiteral("month");
+    QTest::newRow("scoped empty label")
+        << QStringLiteral("week_scoped") << QStringLiteral("") << QStringLiteral("Weekly (model)");
+    QTest::newRow("scoped no label")
+        << QStringLiteral("week_scoped") << QString() << QStringLiteral("Weekly (model)");
+    QTest::newRow("unknown kept") << QStringLiteral("month") << QString()
+                                  << QStringLiteral("month");
 }
 
-void FormattingTest::windowNames()
-{
+void FormattingTest::windowNames() {
     QFETCH(QString, window);
     QFETCH(QString, scope);
     QFETCH(QString, text);
@@ -107,8 +101,7 @@ void FormattingTest::windowNames()
     QCOMPARE(providerLimitWindowName(s), text);
 }
 
-void FormattingTest::severityAndHighestReading()
-{
+void FormattingTest::severityAndHighestReading() {
     QCOMPARE(limitSeverity(79.9), LimitSeverity::Fine);
     QCOMPARE(limitSeverity(80.0), LimitSeverity::Warning);
     QCOMPARE(limitSeverity(94.99), LimitSeverity::Warning);

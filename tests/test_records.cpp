@@ -13,8 +13,7 @@ namespace {
 
 // Sets (or, for an undefined value, removes) the value at a path such as
 // "providerLimits[0].usedPercent" and returns the changed copy.
-QJsonValue mutated(const QJsonValue &node, QStringView path, const QJsonValue &value)
-{
+QJsonValue mutated(const QJsonValue &node, QStringView path, const QJsonValue &value) {
     if (path.isEmpty())
         return value;
     if (path.startsWith(u'[')) {
@@ -40,8 +39,7 @@ QJsonValue mutated(const QJsonValue &node, QStringView path, const QJsonValue &v
     return object;
 }
 
-QByteArray bodyWith(const QString &base, const QString &path, const QJsonValue &value)
-{
+QByteArray bodyWith(const QString &base, const QString &path, const QJsonValue &value) {
     const QJsonObject root = fixtureObject(base);
     return QJsonDocument(path.isEmpty() ? root : mutated(root, path, value).toObject())
         .toJson(QJsonDocument::Compact);
@@ -68,8 +66,7 @@ private Q_SLOTS:
     void notAnObject();
 };
 
-void RecordsTest::decodeStatus_data()
-{
+void RecordsTest::decodeStatus_data() {
     QTest::addColumn<QString>("base");
     QTest::addColumn<QString>("path");
     QTest::addColumn<QJsonValue>("value");
@@ -103,8 +100,8 @@ void RecordsTest::decodeStatus_data()
     row("lastPushAt as text", full, "lastPushAt", QStringLiteral("yesterday"), false);
     // Nested records fail the whole status even where the field is optional.
     row("snapshot without source", full, "providerLimits[1].source", removed, false);
-    row("snapshot usedPercent as text", full, "providerLimits[1].usedPercent",
-        QStringLiteral("91"), false);
+    row("snapshot usedPercent as text", full, "providerLimits[1].usedPercent", QStringLiteral("91"),
+        false);
     row("snapshot stale null", full, "providerLimits[0].stale", QJsonValue::Null, true);
     row("snapshot stale as text", full, "providerLimits[0].stale", QStringLiteral("no"), false);
     row("snapshot resetsAtMs as text", full, "providerLimits[1].resetsAtMs",
@@ -133,8 +130,7 @@ void RecordsTest::decodeStatus_data()
     row("project without lastSeen", full, "projects[0].lastSeen", removed, false);
 }
 
-void RecordsTest::decodeStatus()
-{
+void RecordsTest::decodeStatus() {
     QFETCH(QString, base);
     QFETCH(QString, path);
     QFETCH(QJsonValue, value);
@@ -150,10 +146,9 @@ void RecordsTest::decodeStatus()
     }
 }
 
-void RecordsTest::fullStatusKeepsEveryValue()
-{
-    const auto s = json::decode<DaemonStatus>(quonbrix::test::fixture(
-        QStringLiteral("status-full.json")));
+void RecordsTest::fullStatusKeepsEveryValue() {
+    const auto s =
+        json::decode<DaemonStatus>(quonbrix::test::fixture(QStringLiteral("status-full.json")));
     QVERIFY(s);
     QCOMPARE(s->orgId, QStringLiteral("org_7f3a"));
     QCOMPARE(s->tokens, 9509084);
@@ -171,7 +166,7 @@ void RecordsTest::fullStatusKeepsEveryValue()
     const auto &limits = *s->providerLimits;
     QCOMPARE(limits.size(), 5u);
     QCOMPARE(limits[1].usedPercent, 91.0);
-    QVERIFY(!limits[1].stale);                 // absent stays absent
+    QVERIFY(!limits[1].stale); // absent stays absent
     QCOMPARE(limits[3].stale, std::optional<bool>(false));
     QCOMPARE(limits[4].stale, std::optional<bool>(true));
     QCOMPARE(limits[2].scopeLabel, QStringLiteral("Opus"));
@@ -199,21 +194,20 @@ void RecordsTest::fullStatusKeepsEveryValue()
     QVERIFY(!minimal->lastPushAt && !minimal->codexResetCredits && !minimal->alert);
 }
 
-void RecordsTest::integersAreExact_data()
-{
+void RecordsTest::integersAreExact_data() {
     QTest::addColumn<QByteArray>("literal");
     QTest::addColumn<qint64>("expected");
-    QTest::newRow("int64 max") << QByteArray("9223372036854775807") << qint64(9223372036854775807LL);
+    QTest::newRow("int64 max") << QByteArray("9223372036854775807")
+                               << qint64(9223372036854775807LL);
     QTest::newRow("int64 min") << QByteArray("-9223372036854775808")
                                << qint64(-9223372036854775807LL - 1);
-    QTest::newRow("beyond double precision") << QByteArray("9007199254740993")
-                                             << qint64(9007199254740993LL);
+    QTest::newRow("beyond double precision")
+        << QByteArray("9007199254740993") << qint64(9007199254740993LL);
     QTest::newRow("zero") << QByteArray("0") << qint64(0);
     QTest::newRow("negative") << QByteArray("-5") << qint64(-5);
 }
 
-void RecordsTest::integersAreExact()
-{
+void RecordsTest::integersAreExact() {
     QFETCH(QByteArray, literal);
     QFETCH(qint64, expected);
     QByteArray body = quonbrix::test::minimalStatusBody();
@@ -223,15 +217,13 @@ void RecordsTest::integersAreExact()
     QCOMPARE(s->tokens, expected);
 }
 
-void RecordsTest::encodingMirrorsDecoding_data()
-{
+void RecordsTest::encodingMirrorsDecoding_data() {
     QTest::addColumn<QString>("name");
     QTest::newRow("minimal") << QStringLiteral("status-minimal.json");
     QTest::newRow("full") << QStringLiteral("status-full.json");
 }
 
-void RecordsTest::encodingMirrorsDecoding()
-{
+void RecordsTest::encodingMirrorsDecoding() {
     QFETCH(QString, name);
     const QJsonObject original = fixtureObject(name);
     const auto decoded = json::decode<DaemonStatus>(original);
@@ -262,29 +254,43 @@ void RecordsTest::encodingMirrorsDecoding()
     }
 }
 
-void RecordsTest::smallRecords_data()
-{
+void RecordsTest::smallRecords_data() {
     QTest::addColumn<QString>("record");
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("decodes");
     const QString sync = QStringLiteral("sync");
     const QString handoff = QStringLiteral("handoff");
     const QString command = QStringLiteral("command");
-    QTest::newRow("sync minimal") << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0,"queued":0})") << true;
-    QTest::newRow("sync skipped") << sync << QByteArray(R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled","lastPushAt":1795424400000})") << true;
-    QTest::newRow("sync without queued") << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0})") << false;
-    QTest::newRow("sync skipped as number") << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":1})") << false;
+    QTest::newRow("sync minimal") << sync
+                                  << QByteArray(
+                                         R"({"ok":true,"collected":1,"pushed":0,"queued":0})")
+                                  << true;
+    QTest::newRow("sync skipped")
+        << sync
+        << QByteArray(
+               R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled","lastPushAt":1795424400000})")
+        << true;
+    QTest::newRow("sync without queued")
+        << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0})") << false;
+    QTest::newRow("sync skipped as number")
+        << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":1})")
+        << false;
     QTest::newRow("sync error body") << sync << QByteArray(R"({"error":"internal"})") << false;
-    QTest::newRow("handoff") << handoff << QByteArray(R"({"handoff":"abc","expiresAt":1795424400000})") << true;
-    QTest::newRow("handoff without expiry") << handoff << QByteArray(R"({"handoff":"abc"})") << false;
-    QTest::newRow("handoff token null") << handoff << QByteArray(R"({"handoff":null,"expiresAt":1})") << false;
+    QTest::newRow("handoff") << handoff
+                             << QByteArray(R"({"handoff":"abc","expiresAt":1795424400000})")
+                             << true;
+    QTest::newRow("handoff without expiry")
+        << handoff << QByteArray(R"({"handoff":"abc"})") << false;
+    QTest::newRow("handoff token null")
+        << handoff << QByteArray(R"({"handoff":null,"expiresAt":1})") << false;
     QTest::newRow("command reply empty") << command << QByteArray("{}") << true;
-    QTest::newRow("command reply session null") << command << QByteArray(R"({"session":null})") << true;
-    QTest::newRow("command reply bad session") << command << QByteArray(R"({"session":{"id":"x"}})") << false;
+    QTest::newRow("command reply session null")
+        << command << QByteArray(R"({"session":null})") << true;
+    QTest::newRow("command reply bad session")
+        << command << QByteArray(R"({"session":{"id":"x"}})") << false;
 }
 
-void RecordsTest::smallRecords()
-{
+void RecordsTest::smallRecords() {
     QFETCH(QString, record);
     QFETCH(QByteArray, body);
     QFETCH(bool, decodes);
@@ -298,8 +304,7 @@ void RecordsTest::smallRecords()
     QCOMPARE(ok, decodes);
 }
 
-void RecordsTest::notAnObject_data()
-{
+void RecordsTest::notAnObject_data() {
     QTest::addColumn<QByteArray>("body");
     QTest::newRow("empty") << QByteArray();
     QTest::newRow("array") << QByteArray("[]");
@@ -308,8 +313,7 @@ void RecordsTest::notAnObject_data()
     QTest::newRow("null") << QByteArray("null");
 }
 
-void RecordsTest::notAnObject()
-{
+void RecordsTest::notAnObject() {
     QFETCH(QByteArray, body);
     QString error;
     QVERIFY(!json::decode<DaemonStatus>(body, &error));

@@ -8,45 +8,40 @@ Q_LOGGING_CATEGORY(lcStatus, "quonbrix.status")
 
 namespace quonbrix {
 
-StatusModel::StatusModel(MeterClient *client, Environment env, Intervals intervals,
-                         QObject *parent)
+StatusModel::StatusModel(MeterClient *client, Environment env, Intervals intervals, QObject *parent)
     : QObject(parent)
     , m_client(client)
     , m_env(std::move(env))
-    , m_intervals(intervals)
-{
+    , m_intervals(intervals) {
     m_timer.setInterval(m_intervals.refresh);
     m_timer.setSingleShot(false);
     connect(&m_timer, &QTimer::timeout, this, &StatusModel::load);
 }
 
-void StatusModel::start()
-{
+void StatusModel::start() {
     refresh();
     m_timer.start();
 }
 
-void StatusModel::refresh() { load(); }
+void StatusModel::refresh() {
+    load();
+}
 
-QStringList StatusModel::workTimerBusyIDList() const
-{
+QStringList StatusModel::workTimerBusyIDList() const {
     QStringList ids(m_workTimerBusyIDs.cbegin(), m_workTimerBusyIDs.cend());
     std::sort(ids.begin(), ids.end());
     return ids;
 }
 
-void StatusModel::setSupervisor(std::weak_ptr<DaemonRestarter> supervisor)
-{
+void StatusModel::setSupervisor(std::weak_ptr<DaemonRestarter> supervisor) {
     m_supervisor = std::move(supervisor);
 }
 
-void StatusModel::load()
-{
+void StatusModel::load() {
     m_client->status(this, [this](Reply<DaemonStatus> reply) { apply(std::move(reply)); });
 }
 
-void StatusModel::apply(Reply<DaemonStatus> reply)
-{
+void StatusModel::apply(Reply<DaemonStatus> reply) {
     // One line per change of the daemon's condition, not one every five seconds.
     if (!m_lastLoggedFailure || *m_lastLoggedFailure != reply.failure) {
         switch (reply.failure) {
@@ -80,8 +75,7 @@ void StatusModel::apply(Reply<DaemonStatus> reply)
     Q_EMIT passFinished(m_status);
 }
 
-void StatusModel::handleEnrollment()
-{
+void StatusModel::handleEnrollment() {
     if (!m_status)
         return;
     if (m_status->enrolled) {

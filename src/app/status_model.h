@@ -32,11 +32,10 @@ public:
         std::chrono::milliseconds refresh{5'000};
     };
 
-    StatusModel(MeterClient *client, Environment env, Intervals intervals, QObject *parent = nullptr);
+    StatusModel(MeterClient *client, Environment env, Intervals intervals,
+                QObject *parent = nullptr);
     StatusModel(MeterClient *client, Environment env, QObject *parent = nullptr)
-        : StatusModel(client, std::move(env), Intervals{}, parent)
-    {
-    }
+        : StatusModel(client, std::move(env), Intervals{}, parent) {}
 
     // First read at once, then the repeating refresh timer. Separate from construction so the
     // owner can wire signals before the first pass can finish.

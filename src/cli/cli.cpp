@@ -38,27 +38,23 @@ Environment:
   QUON_BRIX_ADMIN_PORT   the daemon's admin port on 127.0.0.1 (default 8511)
 )";
 
-QTextStream &out()
-{
+QTextStream &out() {
     static QTextStream stream(stdout);
     return stream;
 }
 
-QTextStream &err()
-{
+QTextStream &err() {
     static QTextStream stream(stderr);
     return stream;
 }
 
-QString failureLine(ReplyFailure failure, const QString &base)
-{
+QString failureLine(ReplyFailure failure, const QString &base) {
     if (failure == ReplyFailure::Unreadable)
         return QStringLiteral("daemon answered with an unreadable status");
     return QStringLiteral("daemon not reachable at ") + base;
 }
 
-QString limitText(const DaemonStatus &status)
-{
+QString limitText(const DaemonStatus &status) {
     const auto *top = status.providerLimits ? highestFreshReading(*status.providerLimits) : nullptr;
     if (!top)
         return {};
@@ -68,8 +64,7 @@ QString limitText(const DaemonStatus &status)
            QLatin1Char('%');
 }
 
-QString timersText(const DaemonStatus &status)
-{
+QString timersText(const DaemonStatus &status) {
     const auto &timers = status.workTimers;
     if (!timers || timers->empty())
         return QStringLiteral("none");
@@ -81,8 +76,7 @@ QString timersText(const DaemonStatus &status)
 }
 
 // One read of /status, blocking in a local event loop.
-Reply<DaemonStatus> readStatusOnce(const MeterClient &client)
-{
+Reply<DaemonStatus> readStatusOnce(const MeterClient &client) {
     QEventLoop loop;
     Reply<DaemonStatus> result;
     client.status(&loop, [&](Reply<DaemonStatus> reply) {
@@ -93,12 +87,10 @@ Reply<DaemonStatus> readStatusOnce(const MeterClient &client)
     return result;
 }
 
-int watch(MeterClient &client, const Environment &env)
-{
+int watch(MeterClient &client, const Environment &env) {
     StatusModel model(&client, env);
     UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
-    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, qApp,
-                     &QCoreApplication::quit);
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, qApp, &QCoreApplication::quit);
     QString lastLine;
     bool first = true;
     // Printed only when the published status or health changed since the last line.
@@ -124,8 +116,7 @@ int watch(MeterClient &client, const Environment &env)
     return 0;
 }
 
-int status(const QStringList &args, const Environment &env)
-{
+int status(const QStringList &args, const Environment &env) {
     enum class Mode { Summary, Json, Waybar, Watch } mode = Mode::Summary;
     for (const QString &arg : args) {
         if (arg == QLatin1String("--json"))
@@ -166,13 +157,11 @@ int status(const QStringList &args, const Environment &env)
 
 } // namespace
 
-bool isCommandLineInvocation(const QStringList &args)
-{
+bool isCommandLineInvocation(const QStringList &args) {
     return !args.isEmpty();
 }
 
-QString summary(const DaemonStatus &s)
-{
+QString summary(const DaemonStatus &s) {
     QString text;
     QTextStream t(&text);
     const QString limit = limitText(s);
@@ -187,15 +176,16 @@ QString summary(const DaemonStatus &s)
     return text;
 }
 
-QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base)
-{
+QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base) {
     if (!status) {
-        return QJsonObject{{QStringLiteral("text"), QStringLiteral("brixd down")},
-                           {QStringLiteral("tooltip"), failureLine(ReplyFailure::Unreachable, base)},
-                           {QStringLiteral("class"), QStringLiteral("down")},
-                           {QStringLiteral("percentage"), 0}};
+        return QJsonObject{
+            {QStringLiteral("text"), QStringLiteral("brixd down")},
+            {QStringLiteral("tooltip"), failureLine(ReplyFailure::Unreachable, base)},
+            {QStringLiteral("class"), QStringLiteral("down")},
+            {QStringLiteral("percentage"), 0}};
     }
-    const auto *top = status->providerLimits ? highestFreshReading(*status->providerLimits) : nullptr;
+    const auto *top =
+        status->providerLimits ? highestFreshReading(*status->providerLimits) : nullptr;
     const qint64 pct = top ? roundToInt64(top->usedPercent).value_or(0) : 0;
     QString cls = QStringLiteral("ok");
     if (top) {
@@ -210,30 +200,31 @@ QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QStrin
             break;
         }
     }
-    const QString text = top ? QString::number(pct) + QLatin1Char('%') : formatTokens(status->tokens);
+    const QString text =
+        top ? QString::number(pct) + QLatin1Char('%') : formatTokens(status->tokens);
     return QJsonObject{{QStringLiteral("text"), text},
                        {QStringLiteral("tooltip"), summary(*status).trimmed()},
                        {QStringLiteral("class"), cls},
                        {QStringLiteral("percentage"), std::clamp<qint64>(pct, 0, 100)}};
 }
 
-QString watchLine(const std::optional<DaemonStatus> &status, const QString &base)
-{
+QString watchLine(const std::optional<DaemonStatus> &status, const QString &base) {
     if (!status)
         return QStringLiteral("daemon not running — no status from ") + base;
-    QString line = formatTokens(status->tokens) + QStringLiteral(" tokens · ") +
-                   formatUSD(status->estCost);
+    QString line =
+        formatTokens(status->tokens) + QStringLiteral(" tokens · ") + formatUSD(status->estCost);
     const QString limit = limitText(*status);
     if (!limit.isEmpty())
         line += QStringLiteral(" · ") + limit;
     const auto timers = status->workTimers ? status->workTimers->size() : 0;
     if (timers > 0)
-        line += QStringLiteral(" · %1 timer%2 open").arg(timers).arg(timers == 1 ? QString() : QStringLiteral("s"));
+        line += QStringLiteral(" · %1 timer%2 open")
+                    .arg(timers)
+                    .arg(timers == 1 ? QString() : QStringLiteral("s"));
     return line;
 }
 
-int run(const QStringList &args, const Environment &env)
-{
+int run(const QStringList &args, const Environment &env) {
     const QString command = args.value(0);
     if (command == QLatin1String("-h") || command == QLatin1String("--help") ||
         command == QLatin1String("help")) {

@@ -2,8 +2,7 @@
 
 namespace quonbrix::json::detail {
 
-bool decodeInt64(const QJsonValue &v, qint64 &out)
-{
+bool decodeInt64(const QJsonValue &v, qint64 &out) {
     // toInteger() yields its fallback for values that are not integral or do not fit in 64
     // bits, so a genuine result equal to the fallback is told apart by a second fallback.
     const qint64 a = v.toInteger(0);

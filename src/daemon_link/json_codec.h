@@ -20,7 +20,9 @@
 namespace quonbrix::json {
 
 template <class T>
-concept Record = requires(T &t) { T::fields(t, [](const char *, auto &) {}); };
+concept Record = requires(T &t) {
+    T::fields(t, [](const char *, auto &) {});
+};
 
 namespace detail {
 
@@ -31,15 +33,13 @@ template <class T> struct IsVector<std::vector<T>> : std::true_type {};
 template <class T> struct IsStringKeyedMap : std::false_type {};
 template <class T> struct IsStringKeyedMap<QMap<QString, T>> : std::true_type {};
 
-inline bool fail(QString *err, const char *what)
-{
+inline bool fail(QString *err, const char *what) {
     if (err)
         *err = QLatin1String(": ") + QLatin1String(what);
     return false;
 }
 
-inline void prefix(QString *err, const QString &segment)
-{
+inline void prefix(QString *err, const QString &segment) {
     if (err)
         err->prepend(segment);
 }
@@ -48,8 +48,7 @@ bool decodeInt64(const QJsonValue &v, qint64 &out);
 
 template <Record T> bool decodeObject(const QJsonObject &o, T &out, QString *err);
 
-template <class T> bool decodeValue(const QJsonValue &v, T &out, QString *err)
-{
+template <class T> bool decodeValue(const QJsonValue &v, T &out, QString *err) {
     if constexpr (std::is_same_v<T, bool>) {
         if (!v.isBool())
             return fail(err, "expected a boolean");
@@ -124,8 +123,7 @@ template <class T> bool decodeValue(const QJsonValue &v, T &out, QString *err)
     }
 }
 
-template <Record T> bool decodeObject(const QJsonObject &o, T &out, QString *err)
-{
+template <Record T> bool decodeObject(const QJsonObject &o, T &out, QString *err) {
     bool ok = true;
     T::fields(out, [&](const char *key, auto &field) {
         if (!ok)
@@ -153,8 +151,7 @@ template <Record T> bool decodeObject(const QJsonObject &o, T &out, QString *err
 
 template <class T> QJsonValue encodeValue(const T &v);
 
-template <Record T> QJsonObject encodeObject(const T &record)
-{
+template <Record T> QJsonObject encodeObject(const T &record) {
     QJsonObject o;
     T::fields(record, [&](const char *key, const auto &field) {
         using F = std::remove_cvref_t<decltype(field)>;
@@ -168,8 +165,7 @@ template <Record T> QJsonObject encodeObject(const T &record)
     return o;
 }
 
-template <class T> QJsonValue encodeValue(const T &v)
-{
+template <class T> QJsonValue encodeValue(const T &v) {
     if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, QString> ||
                   std::is_same_v<T, qint64> || std::is_same_v<T, double>) {
         return QJsonValue(v);
@@ -192,8 +188,7 @@ template <class T> QJsonValue encodeValue(const T &v)
 
 } // namespace detail
 
-template <Record T> std::optional<T> decode(const QJsonObject &object, QString *error = nullptr)
-{
+template <Record T> std::optional<T> decode(const QJsonObject &object, QString *error = nullptr) {
     T out{};
     if (!detail::decodeObject(object, out, error)) {
         if (error && error->startsWith(QLatin1Char('.')))
@@ -204,8 +199,7 @@ template <Record T> std::optional<T> decode(const QJsonObject &object, QString *
 }
 
 // Decodes a reply body. Anything but a JSON object at the top fails.
-template <Record T> std::optional<T> decode(const QByteArray &body, QString *error = nullptr)
-{
+template <Record T> std::optional<T> decode(const QByteArray &body, QString *error = nullptr) {
     QJsonParseError parseError{};
     const QJsonDocument doc = QJsonDocument::fromJson(body, &parseError);
     if (parseError.error != QJsonParseError::NoError) {
@@ -221,10 +215,11 @@ template <Record T> std::optional<T> decode(const QByteArray &body, QString *err
     return decode<T>(doc.object(), error);
 }
 
-template <Record T> QJsonObject encode(const T &record) { return detail::encodeObject(record); }
+template <Record T> QJsonObject encode(const T &record) {
+    return detail::encodeObject(record);
+}
 
-template <Record T> QByteArray encodeBytes(const T &record)
-{
+template <Record T> QByteArray encodeBytes(const T &record) {
     return QJsonDocument(detail::encodeObject(record)).toJson(QJsonDocument::Compact);
 }
 

@@ -15,8 +15,7 @@ namespace quonbrix {
 
 namespace {
 
-template <class T> Reply<T> decodeReply(const MeterClient::Transport &t)
-{
+template <class T> Reply<T> decodeReply(const MeterClient::Transport &t) {
     Reply<T> reply;
     if (!t.answered) {
         reply.failure = ReplyFailure::Unreachable;
@@ -37,35 +36,32 @@ MeterClient::MeterClient(QString base, MeterClientTimeouts timeouts, QObject *pa
     : QObject(parent)
     , m_base(std::move(base))
     , m_timeouts(timeouts)
-    , m_nam(new QNetworkAccessManager(this))
-{
+    , m_nam(new QNetworkAccessManager(this)) {
     // Loopback traffic must never be sent through a proxy from the environment.
     m_nam->setProxy(QNetworkProxy::NoProxy);
 }
 
-QString MeterClient::baseFromEnvironment(const Environment &env)
-{
+QString MeterClient::baseFromEnvironment(const Environment &env) {
     const QString port =
         env.value(QStringLiteral("QUON_BRIX_ADMIN_PORT"), QLatin1String(defaultAdminPort));
     return QStringLiteral("http://127.0.0.1:") + port;
 }
 
-bool MeterClient::isUsableBase(const QString &base)
-{
+bool MeterClient::isUsableBase(const QString &base) {
     const QUrl url(base, QUrl::StrictMode);
     return url.isValid() && !url.host().isEmpty();
 }
 
-QUrl MeterClient::urlFor(const QString &path) const { return QUrl(m_base + path); }
+QUrl MeterClient::urlFor(const QString &path) const {
+    return QUrl(m_base + path);
+}
 
-QString MeterClient::newIdempotencyKey()
-{
+QString MeterClient::newIdempotencyKey() {
     return QStringLiteral("mac-") + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
 }
 
 void MeterClient::get(const QString &path, QObject *context,
-                      std::function<void(Transport)> done) const
-{
+                      std::function<void(Transport)> done) const {
     QNetworkRequest request(urlFor(path));
     request.setTransferTimeout(int(m_timeouts.request.count()));
     send(m_nam->get(request), context, std::move(done));
@@ -73,8 +69,7 @@ void MeterClient::get(const QString &path, QObject *context,
 
 void MeterClient::post(const QString &path, const std::optional<QByteArray> &body,
                        std::chrono::milliseconds timeout, QObject *context,
-                       std::function<void(Transport)> done) const
-{
+                       std::function<void(Transport)> done) const {
     QNetworkRequest request(urlFor(path));
     request.setTransferTimeout(int(timeout.count()));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -82,8 +77,7 @@ void MeterClient::post(const QString &path, const std::optional<QByteArray> &bod
 }
 
 void MeterClient::send(QNetworkReply *reply, QObject *context,
-                       std::function<void(Transport)> done) const
-{
+                       std::function<void(Transport)> done) const {
     QPointer<QObject> guard(context);
     connect(reply, &QNetworkReply::finished, reply, [reply, guard, done = std::move(done)] {
         reply->deleteLater();
@@ -104,27 +98,23 @@ void MeterClient::send(QNetworkReply *reply, QObject *context,
     });
 }
 
-void MeterClient::status(QObject *context, std::function<void(Reply<DaemonStatus>)> done) const
-{
+void MeterClient::status(QObject *context, std::function<void(Reply<DaemonStatus>)> done) const {
     get(QStringLiteral("/status"), context,
         [done = std::move(done)](Transport t) { done(decodeReply<DaemonStatus>(t)); });
 }
 
-void MeterClient::syncNow(QObject *context, std::function<void(Reply<SyncResult>)> done) const
-{
+void MeterClient::syncNow(QObject *context, std::function<void(Reply<SyncResult>)> done) const {
     post(QStringLiteral("/sync"), std::nullopt, m_timeouts.sync, context,
          [done = std::move(done)](Transport t) { done(decodeReply<SyncResult>(t)); });
 }
 
-void MeterClient::localViewHandoff(QObject *context,
-                                   std::function<void(std::optional<LocalViewHandoff>)> done) const
-{
+void MeterClient::localViewHandoff(
+    QObject *context, std::function<void(std::optional<LocalViewHandoff>)> done) const {
     handoffAttempt(0, context, std::move(done));
 }
 
 void MeterClient::handoffAttempt(int attempt, QPointer<QObject> context,
-                                 std::function<void(std::optional<LocalViewHandoff>)> done) const
-{
+                                 std::function<void(std::optional<LocalViewHandoff>)> done) const {
     post(QStringLiteral("/local-view/handoff"), std::nullopt, m_timeouts.request, context,
          [this, attempt, context, done = std::move(done)](Transport t) mutable {
              if (auto handoff = decodeReply<LocalViewHandoff>(t).value) {
@@ -145,8 +135,7 @@ void MeterClient::handoffAttempt(int attempt, QPointer<QObject> context,
 void MeterClient::workTimer(QObject *context, const QString &action,
                             const std::optional<QString> &workSessionId,
                             const std::optional<QString> &projectLabel,
-                            std::function<void(WorkTimerCommandOutcome)> done) const
-{
+                            std::function<void(WorkTimerCommandOutcome)> done) const {
     const WorkTimerCommand command{action, workSessionId, projectLabel, newIdempotencyKey()};
     post(QStringLiteral("/worklogs/command"), json::encodeBytes(command), m_timeouts.request,
          context, [done = std::move(done)](Transport t) {
@@ -171,20 +160,17 @@ void MeterClient::workTimer(QObject *context, const QString &action,
          });
 }
 
-void MeterClient::sendAttentionHeartbeat(const AttentionHeartbeat &heartbeat) const
-{
+void MeterClient::sendAttentionHeartbeat(const AttentionHeartbeat &heartbeat) const {
     post(QStringLiteral("/attention/heartbeat"), json::encodeBytes(heartbeat), m_timeouts.request,
          m_nam, [](Transport) {});
 }
 
-void MeterClient::clearEnrollment(QObject *context, std::function<void(bool)> done) const
-{
+void MeterClient::clearEnrollment(QObject *context, std::function<void(bool)> done) const {
     post(QStringLiteral("/enroll/clear"), std::nullopt, m_timeouts.request, context,
          [done = std::move(done)](Transport t) { done(t.answered); });
 }
 
-QString readAdminToken(const Environment &env)
-{
+QString readAdminToken(const Environment &env) {
     QFile file(env.privateDir() + QStringLiteral("/admin-token"));
     if (!file.open(QIODevice::ReadOnly))
         return {};

@@ -34,8 +34,7 @@ struct ProviderLimitSnapshot {
     std::optional<bool> stale;
 
     bool operator==(const ProviderLimitSnapshot &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("source", s.source);
         v("window", s.window);
         v("usedPercent", s.usedPercent);
@@ -60,8 +59,7 @@ struct CodexResetCreditsStatus {
     std::optional<bool> stale;
 
     bool operator==(const CodexResetCreditsStatus &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("availableCount", s.availableCount);
         v("earliestExpiresAtMs", s.earliestExpiresAtMs);
         v("capturedAtMs", s.capturedAtMs);
@@ -79,8 +77,7 @@ struct UsageGoal {
     double target = 0;
 
     bool operator==(const UsageGoal &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("scope", s.scope);
         v("key", s.key);
         v("metric", s.metric);
@@ -97,8 +94,7 @@ struct LimitSettings {
     double dangerAt = 0;
 
     bool operator==(const LimitSettings &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("preset", s.preset);
         v("windowLimit", s.windowLimit);
         v("weeklyLimit", s.weeklyLimit);
@@ -117,8 +113,7 @@ struct AlertState {
     QString message;
 
     bool operator==(const AlertState &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("state", s.state);
         v("windowRatio", s.windowRatio);
         v("weeklyRatio", s.weeklyRatio);
@@ -138,8 +133,7 @@ struct WorkIssueRef {
     QString issueType;
 
     bool operator==(const WorkIssueRef &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("provider", s.provider);
         v("providerInstance", s.providerInstance);
         v("externalId", s.externalId);
@@ -154,8 +148,7 @@ struct WorkSegment {
     QString timeZone;
 
     bool operator==(const WorkSegment &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("id", s.id);
         v("startedAt", s.startedAt);
         v("endedAt", s.endedAt);
@@ -176,8 +169,7 @@ struct WorkSession {
     qint64 revision = 0;
 
     bool operator==(const WorkSession &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("schemaVersion", s.schemaVersion);
         v("id", s.id);
         v("projectLabel", s.projectLabel);
@@ -198,8 +190,7 @@ struct WorkTimerCommand {
     QString idempotencyKey;
 
     bool operator==(const WorkTimerCommand &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("action", s.action);
         v("workSessionId", s.workSessionId);
         v("projectLabel", s.projectLabel);
@@ -219,8 +210,7 @@ struct WorkTimerErrorResponse {
     std::optional<QString> message;
 
     bool operator==(const WorkTimerErrorResponse &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("errorCode", s.errorCode);
         v("message", s.message);
     }
@@ -246,8 +236,7 @@ struct AttentionHeartbeat {
     double ts = 0;
 
     bool operator==(const AttentionHeartbeat &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("active", s.active);
         v("foregroundBundleId", s.foregroundBundleId);
         v("foregroundName", s.foregroundName);
@@ -265,8 +254,7 @@ struct AttentionDay {
     qint64 spanSeconds = 0;
 
     bool operator==(const AttentionDay &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("activeSeconds", s.activeSeconds);
         v("activeSamples", s.activeSamples);
         v("firstActiveAt", s.firstActiveAt);
@@ -285,8 +273,7 @@ struct WindowState {
     qint64 estimatedWork = 0;
 
     bool operator==(const WindowState &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("start", s.start);
         v("reset", s.reset);
         v("elapsedHours", s.elapsedHours);
@@ -303,8 +290,7 @@ struct ConsentMaster {
     QString grain;
 
     bool operator==(const ConsentMaster &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("shared", s.shared);
         v("grain", s.grain);
     }
@@ -322,8 +308,7 @@ struct ConsentState {
     QMap<QString, ProjectConsent> projects;
 
     bool operator==(const ConsentState &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("master", s.master);
         v("projects", s.projects);
     }
@@ -344,8 +329,7 @@ struct StatusProjectRow {
     QString lastSeen;
 
     bool operator==(const StatusProjectRow &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("key", s.key);
         v("tokens", s.tokens);
         v("work", s.work);
@@ -398,8 +382,7 @@ struct DaemonStatus {
     std::optional<WorkSession> workTimer;
 
     bool operator==(const DaemonStatus &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("enrolled", s.enrolled);
         v("orgId", s.orgId);
         v("period", s.period);
@@ -443,8 +426,7 @@ struct SyncResult {
     std::optional<double> lastPushAt;
 
     bool operator==(const SyncResult &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("ok", s.ok);
         v("collected", s.collected);
         v("pushed", s.pushed);
@@ -459,8 +441,7 @@ struct LocalViewHandoff {
     double expiresAt = 0;
 
     bool operator==(const LocalViewHandoff &) const = default;
-    template <class Self, class V> static void fields(Self &s, V &&v)
-    {
+    template <class Self, class V> static void fields(Self &s, V &&v) {
         v("handoff", s.handoff);
         v("expiresAt", s.expiresAt);
     }

@@ -4,8 +4,7 @@
 
 namespace quonbrix {
 
-QString providerDisplayName(const QString &source)
-{
+QString providerDisplayName(const QString &source) {
     if (source == QLatin1String("claude-code"))
         return QStringLiteral("Claude Code");
     if (source == QLatin1String("codex"))
@@ -13,8 +12,7 @@ QString providerDisplayName(const QString &source)
     return source;
 }
 
-const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimitSnapshot> &all)
-{
+const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimitSnapshot> &all) {
     const ProviderLimitSnapshot *best = nullptr;
     for (const auto &snapshot : all) {
         if (snapshot.stale.value_or(false))
@@ -25,8 +23,7 @@ const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimit
     return best;
 }
 
-std::optional<qint64> roundToInt64(double x)
-{
+std::optional<qint64> roundToInt64(double x) {
     const double r = std::round(x);
     // 2^63 is exactly representable; anything at or beyond it (or NaN) does not fit.
     if (!(r >= -9223372036854775808.0 && r < 9223372036854775808.0))
@@ -34,8 +31,7 @@ std::optional<qint64> roundToInt64(double x)
     return qint64(r);
 }
 
-LimitSeverity limitSeverity(double usedPercent)
-{
+LimitSeverity limitSeverity(double usedPercent) {
     if (usedPercent >= 95.0)
         return LimitSeverity::Critical;
     if (usedPercent >= 80.0)

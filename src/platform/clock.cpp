@@ -2,8 +2,7 @@
 
 namespace quonbrix {
 
-const SystemClock &SystemClock::instance()
-{
+const SystemClock &SystemClock::instance() {
     static const SystemClock clock;
     return clock;
 }

@@ -5,8 +5,7 @@
 
 namespace quonbrix {
 
-Environment Environment::fromProcess()
-{
+Environment Environment::fromProcess() {
     const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     QHash<QString, QString> vars;
     const QStringList keys = env.keys();
@@ -15,27 +14,23 @@ Environment Environment::fromProcess()
     return Environment(std::move(vars));
 }
 
-std::optional<QString> Environment::value(const QString &name) const
-{
+std::optional<QString> Environment::value(const QString &name) const {
     const auto it = m_vars.constFind(name);
     if (it == m_vars.constEnd())
         return std::nullopt;
     return *it;
 }
 
-QString Environment::value(const QString &name, const QString &fallback) const
-{
+QString Environment::value(const QString &name, const QString &fallback) const {
     return m_vars.value(name, fallback);
 }
 
-QString Environment::homeDir() const
-{
+QString Environment::homeDir() const {
     const QString home = m_vars.value(QStringLiteral("HOME"));
     return home.isEmpty() ? QDir::homePath() : home;
 }
 
-QString Environment::privateDir() const
-{
+QString Environment::privateDir() const {
     return homeDir() + QStringLiteral("/.quon-brix");
 }
 

@@ -11,7 +11,8 @@ namespace quonbrix {
 class Environment {
 public:
     Environment() = default;
-    explicit Environment(QHash<QString, QString> vars) : m_vars(std::move(vars)) {}
+    explicit Environment(QHash<QString, QString> vars)
+        : m_vars(std::move(vars)) {}
 
     static Environment fromProcess();
 

@@ -11,8 +11,7 @@ namespace quonbrix {
 namespace {
 int g_pipe[2] = {-1, -1};
 
-void onSignal(int signalNumber)
-{
+void onSignal(int signalNumber) {
     const int saved = errno;
     const unsigned char byte = static_cast<unsigned char>(signalNumber);
     [[maybe_unused]] const ssize_t n = ::write(g_pipe[1], &byte, 1);
@@ -21,8 +20,7 @@ void onSignal(int signalNumber)
 } // namespace
 
 UnixSignalWatcher::UnixSignalWatcher(std::initializer_list<int> signalNumbers, QObject *parent)
-    : QObject(parent)
-{
+    : QObject(parent) {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, g_pipe) != 0)
         return;
     m_notifier = new QSocketNotifier(g_pipe[0], QSocketNotifier::Read, this);
@@ -36,8 +34,7 @@ UnixSignalWatcher::UnixSignalWatcher(std::initializer_list<int> signalNumbers, Q
     }
 }
 
-UnixSignalWatcher::~UnixSignalWatcher()
-{
+UnixSignalWatcher::~UnixSignalWatcher() {
     if (g_pipe[0] >= 0) {
         delete m_notifier;
         ::close(g_pipe[0]);
@@ -46,8 +43,7 @@ UnixSignalWatcher::~UnixSignalWatcher()
     }
 }
 
-void UnixSignalWatcher::drain()
-{
+void UnixSignalWatcher::drain() {
     unsigned char byte = 0;
     while (::read(g_pipe[0], &byte, 1) == 1)
         Q_EMIT received(int(byte));

@@ -2,11 +2,9 @@
 
 #include "features/provider_limits.h"
 
-
 namespace quonbrix {
 
-QString formatTokens(qint64 n)
-{
+QString formatTokens(qint64 n) {
     if (n < 1000)
         return QString::number(n);
     if (n < 1000000)
@@ -14,15 +12,13 @@ QString formatTokens(qint64 n)
     return QString::asprintf("%.1fM", double(n) / 1000000.0);
 }
 
-QString formatUSD(double dollars)
-{
+QString formatUSD(double dollars) {
     if (dollars < 100.0)
         return QString::asprintf("$%.2f", dollars);
     return QString::asprintf("$%.0f", dollars);
 }
 
-QString percent(double fraction)
-{
+QString percent(double fraction) {
     const auto whole = roundToInt64(fraction * 100.0);
     // Daemon figures can be anything; an impossible ratio shows as a dash, not a crash.
     if (!whole)
@@ -30,8 +26,7 @@ QString percent(double fraction)
     return QString::number(*whole) + QLatin1Char('%');
 }
 
-QString providerLimitWindowName(const ProviderLimitSnapshot &snapshot)
-{
+QString providerLimitWindowName(const ProviderLimitSnapshot &snapshot) {
     const QString &w = snapshot.window;
     if (w == QLatin1String("session"))
         return QStringLiteral("5h window");

@@ -6,8 +6,7 @@
 
 namespace quonbrix::test {
 
-QByteArray fixture(const QString &name)
-{
+QByteArray fixture(const QString &name) {
     QFile file(QStringLiteral(QUONBRIX_FIXTURES_DIR "/") + name);
     if (!file.open(QIODevice::ReadOnly)) {
         QTest::qFail(qPrintable(QStringLiteral("missing fixture ") + name), __FILE__, __LINE__);
@@ -16,13 +15,16 @@ QByteArray fixture(const QString &name)
     return file.readAll();
 }
 
-QJsonObject fixtureObject(const QString &name)
-{
+QJsonObject fixtureObject(const QString &name) {
     return QJsonDocument::fromJson(fixture(name)).object();
 }
 
-QJsonObject minimalStatus() { return fixtureObject(QStringLiteral("status-minimal.json")); }
+QJsonObject minimalStatus() {
+    return fixtureObject(QStringLiteral("status-minimal.json"));
+}
 
-QByteArray minimalStatusBody() { return fixture(QStringLiteral("status-minimal.json")); }
+QByteArray minimalStatusBody() {
+    return fixture(QStringLiteral("status-minimal.json"));
+}
 
 } // namespace quonbrix::test

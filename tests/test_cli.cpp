@@ -1,0 +1,258 @@
+// The `quonbrix status` commands as a user runs them: the real binary against the stand-in
+// daemon over a real socket, and against a port where nothing listens.
+
+#include "daemon_link/json_codec.h"
+
+#include <QJsonDocument>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+#include <memory>
+
+using namespace quonbrix;
+
+namespace {
+
+const QString quonbrixBin = QStringLiteral(QUONBRIX_BIN_DIR "/quonbrix");
+const QString simBin = QStringLiteral(QUONBRIX_BIN_DIR "/brixd-sim");
+
+quint16 freePort() {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
+struct Result {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+} // namespace
+
+class CliTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void deadDaemon_data();
+    void deadDaemon();
+    void unreadableStatus_data();
+    void unreadableStatus();
+    void liveStatus();
+    void waybarGrades_data();
+    void waybarGrades();
+    void watchFollowsTheDaemon();
+    void usage_data();
+    void usage();
+
+private:
+    bool startSim(const QString &scenario, const QString &fault = {});
+    Result run(const QStringList &args, const QString &port = {});
+
+    QTemporaryDir m_home;
+    quint16 m_port = 0;
+    std::unique_ptr<QProcess> m_sim;
+};
+
+void CliTest::init() {
+    m_port = freePort();
+    m_sim.reset();
+}
+
+void CliTest::cleanup() {
+    if (m_sim && m_sim->state() != QProcess::NotRunning) {
+        m_sim->terminate();
+        m_sim->waitForFinished(3000);
+    }
+    m_sim.reset();
+}
+
+bool CliTest::startSim(const QString &scenario, const QString &fault) {
+    m_sim = std::make_unique<QProcess>();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), m_home.path());
+    env.insert(QStringLiteral("QUON_BRIX_ADMIN_PORT"), QString::number(m_port));
+    env.remove(QStringLiteral("BRIXD_SIM_FAULT"));
+    env.remove(QStringLiteral("BRIXD_SIM_SCENARIO"));
+    m_sim->setProcessEnvironment(env);
+    QStringList args{QStringLiteral("run"), QStringLiteral("--scenario"), scenario};
+    if (!fault.isEmpty())
+        args << QStringLiteral("--fault") << fault;
+    m_sim->start(simBin, args);
+    if (!m_sim->waitForStarted(5000))
+        return false;
+    // Ready once it says where it serves.
+    QByteArray seen;
+    while (!seen.contains("serving")) {
+        if (!m_sim->waitForReadyRead(5000))
+            return false;
+        seen += m_sim->readAllStandardError();
+    }
+    return true;
+}
+
+Result CliTest::run(const QStringList &args, const QString &port) {
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QUON_BRIX_ADMIN_PORT"),
+               port.isNull() ? QString::number(m_port) : port);
+    env.insert(QStringLiteral("HOME"), m_home.path());
+    p.setProcessEnvironment(env);
+    p.start(quonbrixBin, args);
+    if (!p.waitForFinished(15000)) {
+        p.kill();
+        p.waitForFinished();
+    }
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
+            p.readAllStandardError()};
+}
+
+void CliTest::deadDaemon_data() {
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("summary") << QStringList{QStringLiteral("status")};
+    QTest::newRow("json") << QStringList{QStringLiteral("status"), QStringLiteral("--json")};
+    QTest::newRow("waybar") << QStringList{QStringLiteral("status"), QStringLiteral("--waybar")};
+}
+
+void CliTest::deadDaemon() {
+    QFETCH(QStringList, args);
+    const Result r = run(args);
+    QCOMPARE(r.exitCode, 1);
+    QCOMPARE(r.err.trimmed(),
+             QStringLiteral("daemon not reachable at http://127.0.0.1:%1").arg(m_port).toUtf8());
+    if (args.contains(QStringLiteral("--waybar"))) {
+        // Waybar still gets something to show.
+        const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+        QCOMPARE(o.value(QStringLiteral("class")).toString(), QStringLiteral("down"));
+    } else {
+        QVERIFY2(r.out.isEmpty(), r.out.constData());
+    }
+}
+
+void CliTest::unreadableStatus_data() {
+    QTest::addColumn<QString>("fault");
+    QTest::newRow("garbage body") << QStringLiteral("garbage");
+    QTest::newRow("server error") << QStringLiteral("500");
+}
+
+void CliTest::unreadableStatus() {
+    QFETCH(QString, fault);
+    QVERIFY(startSim(QStringLiteral("typical-day"), fault));
+    const Result r = run({QStringLiteral("status"), QStringLiteral("--json")});
+    QCOMPARE(r.exitCode, 1);
+    QCOMPARE(r.err.trimmed(), QByteArray("daemon answered with an unreadable status"));
+    QVERIFY(r.out.isEmpty());
+}
+
+void CliTest::liveStatus() {
+    QVERIFY(startSim(QStringLiteral("timers-running")));
+
+    const Result json = run({QStringLiteral("status"), QStringLiteral("--json")});
+    QCOMPARE(json.exitCode, 0);
+    QVERIFY(json.err.isEmpty());
+    QString error;
+    const auto status = json::decode<DaemonStatus>(json.out, &error);
+    QVERIFY2(status, qPrintable(error));
+    QVERIFY(status->workTimers && status->workTimers->size() == 2);
+
+    const Result summary = run({QStringLiteral("status")});
+    QCOMPARE(summary.exitCode, 0);
+    const QString text = QString::fromUtf8(summary.out);
+    QVERIFY2(text.contains(QStringLiteral("Tokens ")), qPrintable(text));
+    QVERIFY(text.contains(QStringLiteral("API list-price equivalent")));
+    QVERIFY(text.contains(QStringLiteral("Timers      2 open: ")));
+    for (const auto &session : *status->workTimers)
+        QVERIFY(text.contains(session.projectLabel + QStringLiteral(" (") + session.status));
+}
+
+void CliTest::waybarGrades_data() {
+    QTest::addColumn<QString>("scenario");
+    QTest::addColumn<QString>("cssClass");
+    QTest::newRow("typical day") << QStringLiteral("typical-day") << QStringLiteral("ok");
+    QTest::newRow("near limits") << QStringLiteral("near-limits") << QStringLiteral("critical");
+    QTest::newRow("fresh install") << QStringLiteral("fresh-install") << QStringLiteral("ok");
+}
+
+void CliTest::waybarGrades() {
+    QFETCH(QString, scenario);
+    QFETCH(QString, cssClass);
+    QVERIFY(startSim(scenario));
+    const Result r = run({QStringLiteral("status"), QStringLiteral("--waybar")});
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(r.out.count('\n'), 1); // one object, one line
+    const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+    QCOMPARE(o.value(QStringLiteral("class")).toString(), cssClass);
+    QVERIFY(!o.value(QStringLiteral("text")).toString().isEmpty());
+    QVERIFY(o.value(QStringLiteral("tooltip")).toString().contains(QStringLiteral("Tokens")));
+    const int pct = o.value(QStringLiteral("percentage")).toInt(-1);
+    QVERIFY(pct >= 0 && pct <= 100);
+    if (cssClass == QLatin1String("critical"))
+        QVERIFY(pct >= 95);
+}
+
+void CliTest::watchFollowsTheDaemon() {
+    QVERIFY(startSim(QStringLiteral("typical-day")));
+    QProcess watch;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QUON_BRIX_ADMIN_PORT"), QString::number(m_port));
+    watch.setProcessEnvironment(env);
+    watch.start(quonbrixBin, {QStringLiteral("status"), QStringLiteral("--watch")});
+    QVERIFY(watch.waitForStarted());
+    QVERIFY(watch.waitForReadyRead(5000));
+    const QString first = QString::fromUtf8(watch.readLine());
+    QVERIFY2(first.contains(QStringLiteral(" tokens · $")), qPrintable(first));
+
+    // The daemon dies: within one refresh the watcher says so.
+    m_sim->terminate();
+    QVERIFY(m_sim->waitForFinished(3000));
+    QString line;
+    QElapsedTimer t;
+    t.start();
+    while (!line.contains(QStringLiteral("daemon not running")) && t.elapsed() < 8000) {
+        if (watch.canReadLine() || watch.waitForReadyRead(500))
+            line = QString::fromUtf8(watch.readLine());
+    }
+    QVERIFY2(line.contains(QStringLiteral("daemon not running")), qPrintable(line));
+
+    watch.terminate(); // SIGTERM ends the watcher cleanly
+    QVERIFY(watch.waitForFinished(3000));
+    QCOMPARE(watch.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(watch.exitCode(), 0);
+}
+
+void CliTest::usage_data() {
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("port");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("help") << QStringList{QStringLiteral("--help")} << QString() << 0
+                          << QStringLiteral("Usage: quonbrix");
+    QTest::newRow("version") << QStringList{QStringLiteral("--version")} << QString() << 0
+                             << QStringLiteral("quonbrix " QUONBRIX_VERSION);
+    QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")} << QString() << 2
+                                     << QStringLiteral("unknown command 'frobnicate'");
+    QTest::newRow("unknown option")
+        << QStringList{QStringLiteral("status"), QStringLiteral("--xml")} << QString() << 2
+        << QStringLiteral("unknown option '--xml'");
+    QTest::newRow("port that makes no URL")
+        << QStringList{QStringLiteral("status")} << QStringLiteral("80 80") << 2
+        << QStringLiteral("QUON_BRIX_ADMIN_PORT does not make a valid daemon URL");
+}
+
+void CliTest::usage() {
+    QFETCH(QStringList, args);
+    QFETCH(QString, port);
+    QFETCH(int, exitCode);
+    QFETCH(QString, expected);
+    const Result r = run(args, port);
+    QCOMPARE(r.exitCode, exitCode);
+    const QString text = QString::fromUtf8(exitCode == 0 ? r.out : r.err);
+    QVERIFY2(text.contains(expected), qPrintable(text));
+}
+
+QTEST_GUILESS_MAIN(CliTest)
+#include "test_cli.moc"
