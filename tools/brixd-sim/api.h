@@ -1,0 +1,41 @@
+#pragma once
+
+// The daemon's admin endpoints, as plain request-in, reply-out: no sockets here, so the
+// fault modes and the transport live elsewhere (sim_server.h).
+
+#include "sim_state.h"
+
+#include <QByteArray>
+#include <QString>
+#include <optional>
+
+namespace quonbrix::sim {
+
+struct ApiRequest {
+    QByteArray method; // "GET", "POST", …
+    QString path;
+    QByteArray body;
+};
+
+struct ApiReply {
+    int status = 200;
+    QByteArray body; // JSON; empty for 204
+    // One line for the log. Never a token.
+    QString summary;
+};
+
+class Api {
+public:
+    Api(SimState &state, std::optional<QString> forcedSyncSkip);
+
+    ApiReply handle(const ApiRequest &request);
+
+private:
+    ApiReply sync();
+    ApiReply heartbeat(const QByteArray &body);
+
+    SimState &m_state;
+    std::optional<QString> m_forcedSyncSkip;
+};
+
+} // namespace quonbrix::sim

@@ -1,0 +1,117 @@
+// brixd-sim: a stand-in for the meter daemon brixd, so the app can be developed and shown
+// without it. See README.md beside this file.
+
+#include "api.h"
+#include "options.h"
+#include "scenario.h"
+#include "sim_server.h"
+#include "sim_state.h"
+#include "tokens.h"
+
+#include "platform/clock.h"
+#include "platform/environment.h"
+#include "platform/unix_signals.h"
+
+#include <QCoreApplication>
+#include <QTcpServer>
+#include <QTimeZone>
+#include <csignal>
+#include <cstdio>
+
+using namespace quonbrix;
+using namespace quonbrix::sim;
+
+namespace {
+
+constexpr int exitCannotServe = 1;
+constexpr int exitUsage = 2;
+
+void print(FILE *to, const QString &text) {
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), to);
+}
+
+int list() {
+    const QList<ScenarioSummary> scenarios = builtInScenarios();
+    qsizetype width = 0;
+    for (const ScenarioSummary &s : scenarios)
+        width = std::max(width, s.name.size());
+    for (const ScenarioSummary &s : scenarios)
+        print(stdout, s.name.leftJustified(width + 2) + s.description + u'\n');
+    return 0;
+}
+
+QString systemTimeZone() {
+    const QByteArray id = QTimeZone::systemTimeZoneId();
+    return id.isEmpty() ? QStringLiteral("UTC") : QString::fromLatin1(id);
+}
+
+int run(QCoreApplication &app, const RunOptions &options, const Environment &env) {
+    QString error;
+    const std::optional<Scenario> scenario = loadScenario(options.scenario, &error);
+    const std::unique_ptr<SimState> state =
+        scenario ? SimState::create(*scenario, SystemClock::instance(), systemTimeZone(), &error)
+                 : nullptr;
+    if (!state) {
+        logLine(error);
+        return exitCannotServe;
+    }
+
+    Api api(*state, options.forcedSyncSkip);
+    SimServer server(api, options.fault);
+    // Our own listener rather than server.listen(), which would add a second, noisier line.
+    auto *listener = new QTcpServer(&server);
+    if (!listener->listen(QHostAddress::LocalHost, options.port)) {
+        logLine(QStringLiteral("cannot listen on 127.0.0.1:%1: %2")
+                    .arg(options.port)
+                    .arg(listener->errorString()));
+        return exitCannotServe;
+    }
+    server.bind(listener);
+    const quint16 port = listener->serverPort();
+    // Only a sim that is actually serving replaces the token, so a second one that fails to
+    // start leaves the first one's token alone.
+    if (!writeAdminToken(env.privateDir(), &error)) {
+        logLine(QStringLiteral("admin token: ") + error);
+        return exitCannotServe;
+    }
+
+    UnixSignalWatcher stopSignals({SIGINT, SIGTERM});
+    QObject::connect(&stopSignals, &UnixSignalWatcher::received, &app, [&](int signalNumber) {
+        server.stopListening();
+        logLine(QStringLiteral("stopping on signal %1").arg(signalNumber));
+        app.exit(0);
+    });
+
+    QString line = QStringLiteral("serving scenario %1 on http://127.0.0.1:%2")
+                       .arg(state->scenarioName())
+                       .arg(port);
+    if (options.fault.kind != Fault::Kind::None)
+        line += QStringLiteral(" with fault ") + options.fault.text();
+    if (options.forcedSyncSkip)
+        line += QStringLiteral(", every sync skipped as \"%1\"").arg(*options.forcedSyncSkip);
+    logLine(line);
+    return app.exec();
+}
+
+} // namespace
+
+int main(int argc, char *argv[]) {
+    QCoreApplication app(argc, argv);
+    const Environment env = Environment::fromProcess();
+    const Invocation inv = parseInvocation(app.arguments(), env);
+    if (!inv.usageError.isEmpty()) {
+        logLine(inv.usageError + QStringLiteral(" (see brixd-sim --help)"));
+        return exitUsage;
+    }
+    switch (inv.command) {
+    case Command::Help:
+        print(stdout, helpText());
+        return 0;
+    case Command::List:
+        return list();
+    case Command::Run:
+        break;
+    }
+    return run(app, inv.run, env);
+}
