@@ -1,0 +1,416 @@
+#include "app/status_model.h"
+#include "daemon_link/json_codec.h"
+#include "support/fake_daemon.h"
+#include "support/fixtures.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <atomic>
+#include <memory>
+
+using namespace quonbrix;
+using namespace std::chrono_literals;
+using quonbrix::test::FakeDaemon;
+using quonbrix::test::FakeReply;
+
+namespace {
+
+// Stands in for the daemon supervisor; the model only ever asks it to restart.
+class CountingRestarter : public DaemonRestarter {
+public:
+    void restart() override { ++calls; }
+    std::atomic<int> calls{0};
+};
+
+QJsonObject statusObject(bool enrolled, qint64 tokens = 16600) {
+    QJsonObject status = test::minimalStatus();
+    status.insert(QStringLiteral("enrolled"), enrolled);
+    status.insert(QStringLiteral("tokens"), tokens);
+    return status;
+}
+
+FakeReply statusReply(bool enrolled, qint64 tokens = 16600) {
+    return FakeReply::json(statusObject(enrolled, tokens));
+}
+
+// A model wired to a fake daemon, with a home directory of its own.
+struct Rig {
+    explicit Rig(std::chrono::milliseconds refresh = 60s)
+        : client(daemon.base(), timeouts())
+        , model(&client, daemon.environment(home.path()), StatusModel::Intervals{refresh}) {
+        QObject::connect(&model, &StatusModel::passFinished, &model,
+                         [this](const std::optional<DaemonStatus> &) { ++passes; });
+    }
+
+    static MeterClientTimeouts timeouts() {
+        MeterClientTimeouts t;
+        t.request = 3000ms;
+        return t;
+    }
+
+    bool waitForPasses(int n, int timeoutMs = 5000) {
+        QElapsedTimer waited;
+        waited.start();
+        while (passes < n && waited.elapsed() < timeoutMs)
+            QTest::qWait(2);
+        return passes >= n;
+    }
+
+    // One refresh pass against whatever the daemon answers now.
+    bool pass() {
+        const int target = passes + 1;
+        model.refresh();
+        return waitForPasses(target);
+    }
+
+    bool writeEnrollmentFile() {
+        if (!QDir(home.path()).mkpath(QStringLiteral(".quon-brix")))
+            return false;
+        QFile file(home.filePath(QStringLiteral(".quon-brix/enrollment.json")));
+        return file.open(QIODevice::WriteOnly) &&
+               file.write(R"({"deviceId":"dev_1","orgId":"org_7f3a"})") > 0;
+    }
+
+    bool removeEnrollmentFile() {
+        return QFile::remove(home.filePath(QStringLiteral(".quon-brix/enrollment.json")));
+    }
+
+    QTemporaryDir home;
+    FakeDaemon daemon;
+    MeterClient client;
+    StatusModel model;
+    int passes = 0;
+};
+
+} // namespace
+
+class StatusModelTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void nothingBeforeTheFirstRead();
+    void passPublishesStatus_data();
+    void passPublishesStatus();
+    void daemonThatStopsAnsweringClearsStatus_data();
+    void daemonThatStopsAnsweringClearsStatus();
+    void passFinishedComesLast_data();
+    void passFinishedComesLast();
+    void restartsOncePerSignIn_data();
+    void restartsOncePerSignIn();
+    void restartWithoutSupervisor_data();
+    void restartWithoutSupervisor();
+    void lastPassToFinishWins_data();
+    void lastPassToFinishWins();
+    void modelGoneBeforeReply();
+};
+
+void StatusModelTest::nothingBeforeTheFirstRead() {
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(true).delayed(250));
+
+    // Made but not started: no traffic yet, so the owner can wire its signals first.
+    QTest::qWait(100);
+    QCOMPARE(rig.daemon.requests().size(), 0);
+
+    rig.model.start();
+    QVERIFY(!rig.model.status().has_value());
+    QVERIFY(!rig.model.daemonHealthy());
+
+    // The first read goes out at once, not one refresh interval later.
+    QVERIFY(rig.daemon.waitForRequests(QStringLiteral("/status"), 1, 2000));
+    QTest::qWait(50);
+    QCOMPARE(rig.passes, 0);
+    QVERIFY(!rig.model.status().has_value());
+    QVERIFY(!rig.model.hasStatus());
+    QVERIFY(!rig.model.daemonHealthy());
+
+    QVERIFY(rig.waitForPasses(1));
+    QVERIFY(rig.model.hasStatus());
+    QVERIFY(rig.model.daemonHealthy());
+}
+
+void StatusModelTest::passPublishesStatus_data() {
+    QTest::addColumn<QString>("fixture");
+    QTest::newRow("minimal") << QStringLiteral("status-minimal.json");
+    QTest::newRow("full") << QStringLiteral("status-full.json");
+}
+
+void StatusModelTest::passPublishesStatus() {
+    QFETCH(QString, fixture);
+    const QByteArray body = test::fixture(fixture);
+    const auto expected = json::decode<DaemonStatus>(body);
+    QVERIFY(expected.has_value());
+
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/status"), FakeReply::json(body));
+    int statusChanges = 0;
+    int healthChanges = 0;
+    std::optional<DaemonStatus> published;
+    connect(&rig.model, &StatusModel::statusChanged, this, [&] { ++statusChanges; });
+    connect(&rig.model, &StatusModel::daemonHealthyChanged, this, [&] { ++healthChanges; });
+    connect(&rig.model, &StatusModel::passFinished, this,
+            [&](const std::optional<DaemonStatus> &status) { published = status; });
+
+    rig.model.start();
+    QVERIFY(rig.waitForPasses(1));
+
+    QCOMPARE(rig.model.status(), expected);
+    QCOMPARE(published, expected);
+    QVERIFY(rig.model.daemonHealthy());
+    QCOMPARE(statusChanges, 1);
+    QCOMPARE(healthChanges, 1);
+}
+
+void StatusModelTest::daemonThatStopsAnsweringClearsStatus_data() {
+    QTest::addColumn<FakeReply>("failure");
+    QTest::addColumn<bool>("refuse");
+
+    QTest::newRow("500 with JSON error body") << FakeReply::error(500) << false;
+    QTest::newRow("garbage body") << FakeReply::garbage() << false;
+    QTest::newRow("status missing a required key")
+        << FakeReply::json(QByteArray(R"({"enrolled":true})")) << false;
+    QTest::newRow("connection dropped") << FakeReply::drop() << false;
+    QTest::newRow("port closed") << FakeReply() << true;
+}
+
+void StatusModelTest::daemonThatStopsAnsweringClearsStatus() {
+    QFETCH(FakeReply, failure);
+    QFETCH(bool, refuse);
+
+    const auto tick = 200ms;
+    Rig rig(tick);
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
+    rig.model.start();
+    QVERIFY(rig.waitForPasses(1));
+    QVERIFY(rig.model.daemonHealthy());
+
+    // Switch right after a pass ends, so no read is in flight: the very next pass fails.
+    QVERIFY(rig.waitForPasses(rig.passes + 1));
+    const int passesBefore = rig.passes;
+    QElapsedTimer sinceDown;
+    sinceDown.start();
+    if (refuse)
+        rig.daemon.refuse();
+    else
+        rig.daemon.setReply(QStringLiteral("/status"), failure);
+
+    QTRY_VERIFY_WITH_TIMEOUT(!rig.model.hasStatus(), 3000);
+    const qint64 clearedAfter = sinceDown.elapsed();
+    QCOMPARE(rig.passes, passesBefore + 1);
+    QVERIFY(!rig.model.daemonHealthy());
+    QVERIFY2(clearedAfter < 2 * tick.count(), qPrintable(QString::number(clearedAfter)));
+
+    // Still polled while down, and never shown healthy.
+    QVERIFY(rig.waitForPasses(rig.passes + 1, 3000));
+    QVERIFY(!rig.model.hasStatus());
+    QVERIFY(!rig.model.daemonHealthy());
+
+    // Back again: the next tick shows it.
+    if (refuse)
+        QVERIFY(rig.daemon.resume());
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(true, 777));
+    QTRY_VERIFY_WITH_TIMEOUT(rig.model.daemonHealthy(), 3000);
+    QCOMPARE(rig.model.status()->tokens, 777);
+}
+
+void StatusModelTest::passFinishedComesLast_data() {
+    QTest::addColumn<QList<FakeReply>>("replies");
+    QTest::addColumn<QStringList>("events");
+
+    const FakeReply ok = statusReply(true, 100);
+    const FakeReply broken = FakeReply::error(500);
+    auto events = [](const char *text) { return QString::fromLatin1(text).split(u' '); };
+
+    QTest::newRow("first read succeeds") << QList<FakeReply>{ok} << events("status health pass+");
+    QTest::newRow("first read fails") << QList<FakeReply>{broken} << events("pass-");
+    QTest::newRow("same status twice")
+        << QList<FakeReply>{ok, ok} << events("status health pass+ pass+");
+    QTest::newRow("daemon fails after a good read")
+        << QList<FakeReply>{ok, broken} << events("status health pass+ status health pass-");
+    QTest::newRow("figures change while healthy") << QList<FakeReply>{ok, statusReply(true, 200)}
+                                                  << events("status health pass+ status pass+");
+    QTest::newRow("daemon comes back")
+        << QList<FakeReply>{broken, ok, broken, ok}
+        << events("pass- status health pass+ status health pass- status health pass+");
+}
+
+void StatusModelTest::passFinishedComesLast() {
+    QFETCH(QList<FakeReply>, replies);
+    QFETCH(QStringList, events);
+
+    Rig rig;
+    QStringList seen;
+    connect(&rig.model, &StatusModel::statusChanged, this,
+            [&] { seen << QStringLiteral("status"); });
+    connect(&rig.model, &StatusModel::daemonHealthyChanged, this,
+            [&] { seen << QStringLiteral("health"); });
+    connect(&rig.model, &StatusModel::passFinished, this,
+            [&](const std::optional<DaemonStatus> &status) {
+                // Observers of the end of a pass read the model and must find it up to date.
+                if (status != rig.model.status() || status.has_value() != rig.model.daemonHealthy())
+                    seen << QStringLiteral("stale");
+                seen << (status ? QStringLiteral("pass+") : QStringLiteral("pass-"));
+            });
+
+    for (const FakeReply &reply : replies) {
+        rig.daemon.setReply(QStringLiteral("/status"), reply);
+        QVERIFY(rig.pass());
+    }
+    QCOMPARE(seen, events);
+}
+
+void StatusModelTest::restartsOncePerSignIn_data() {
+    // Script steps: F writes the enrollment file, f removes it; u, e and x are passes that
+    // read a status with enrolled false, one with enrolled true, and a failed read.
+    // `restarts` holds the restart count expected after each pass.
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QString>("restarts");
+
+    QTest::newRow("file and unenrolled, many passes")
+        << QStringLiteral("Fuuuuuuuu") << QStringLiteral("11111111");
+    QTest::newRow("no enrollment file") << QStringLiteral("uuuu") << QStringLiteral("0000");
+    QTest::newRow("enrolled throughout") << QStringLiteral("Feeee") << QStringLiteral("0000");
+    QTest::newRow("enrolled, then unenrolled again")
+        << QStringLiteral("Fuueuu") << QStringLiteral("11122");
+    QTest::newRow("every sign-in gets its own restart")
+        << QStringLiteral("Fueueueu") << QStringLiteral("1122334");
+    QTest::newRow("failed reads do not re-arm")
+        << QStringLiteral("Fuxxuxu") << QStringLiteral("111111");
+    QTest::newRow("file appears later") << QStringLiteral("uuFuu") << QStringLiteral("0011");
+    QTest::newRow("file gone after the restart")
+        << QStringLiteral("Fufeuu") << QStringLiteral("1111");
+}
+
+void StatusModelTest::restartsOncePerSignIn() {
+    QFETCH(QString, script);
+    QFETCH(QString, restarts);
+
+    Rig rig;
+    const auto restarter = std::make_shared<CountingRestarter>();
+    rig.model.setSupervisor(restarter);
+
+    // Read when the pass announces its end: the restart is asked for before that.
+    QString seen;
+    connect(&rig.model, &StatusModel::passFinished, this,
+            [&] { seen += QString::number(restarter->calls.load()); });
+    for (const QChar step : script) {
+        switch (step.toLatin1()) {
+        case 'F':
+            QVERIFY(rig.writeEnrollmentFile());
+            continue;
+        case 'f':
+            QVERIFY(rig.removeEnrollmentFile());
+            continue;
+        case 'u':
+            rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
+            break;
+        case 'e':
+            rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
+            break;
+        case 'x':
+            rig.daemon.setReply(QStringLiteral("/status"), FakeReply::error(500));
+            break;
+        default:
+            QFAIL("unknown script step");
+        }
+        QVERIFY(rig.pass());
+    }
+    QCOMPARE(seen, restarts);
+}
+
+void StatusModelTest::restartWithoutSupervisor_data() {
+    QTest::addColumn<bool>("expired");
+    QTest::newRow("never handed over") << false;
+    QTest::newRow("supervisor already gone") << true;
+}
+
+void StatusModelTest::restartWithoutSupervisor() {
+    QFETCH(bool, expired);
+
+    Rig rig;
+    if (expired) {
+        auto gone = std::make_shared<CountingRestarter>();
+        rig.model.setSupervisor(gone);
+    }
+    QVERIFY(rig.writeEnrollmentFile());
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
+    QVERIFY(rig.pass());
+    QVERIFY(rig.model.hasStatus());
+
+    // The chance was used up without a supervisor; handing one over later does not revive it.
+    const auto restarter = std::make_shared<CountingRestarter>();
+    rig.model.setSupervisor(restarter);
+    QVERIFY(rig.pass());
+    QVERIFY(rig.pass());
+    QCOMPARE(restarter->calls.load(), 0);
+
+    // The next sign-in does restart.
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
+    QVERIFY(rig.pass());
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
+    QVERIFY(rig.pass());
+    QTRY_COMPARE(restarter->calls.load(), 1);
+}
+
+void StatusModelTest::lastPassToFinishWins_data() {
+    QTest::addColumn<FakeReply>("slow");
+    QTest::addColumn<FakeReply>("fast");
+    QTest::addColumn<bool>("healthy");
+    QTest::addColumn<qint64>("tokens");
+
+    QTest::newRow("slow success after quick success")
+        << statusReply(true, 111).delayed(250) << statusReply(true, 222) << true << qint64(111);
+    QTest::newRow("slow failure after quick success")
+        << FakeReply::error(500).delayed(250) << statusReply(true, 222) << false << qint64(0);
+    QTest::newRow("slow success after quick failure")
+        << statusReply(true, 111).delayed(250) << FakeReply::garbage() << true << qint64(111);
+}
+
+void StatusModelTest::lastPassToFinishWins() {
+    QFETCH(FakeReply, slow);
+    QFETCH(FakeReply, fast);
+    QFETCH(bool, healthy);
+    QFETCH(qint64, tokens);
+
+    Rig rig;
+    QList<std::optional<DaemonStatus>> finished;
+    connect(&rig.model, &StatusModel::passFinished, this,
+            [&](const std::optional<DaemonStatus> &status) { finished.append(status); });
+
+    rig.daemon.enqueue(QStringLiteral("/status"), slow);
+    rig.daemon.setReply(QStringLiteral("/status"), fast);
+    rig.model.refresh();
+    QVERIFY(rig.daemon.waitForRequests(QStringLiteral("/status"), 1));
+    rig.model.refresh(); // while the first is still waiting for its answer
+    QVERIFY(rig.waitForPasses(2));
+    QTest::qWait(50);
+
+    QCOMPARE(finished.size(), 2);
+    // The quick second read finished first; the slow first one had the last word.
+    QCOMPARE(finished.at(1).has_value(), healthy);
+    QCOMPARE(rig.model.daemonHealthy(), healthy);
+    QCOMPARE(rig.model.hasStatus(), healthy);
+    if (healthy)
+        QCOMPARE(rig.model.status()->tokens, tokens);
+    QCOMPARE(finished.at(1), rig.model.status());
+}
+
+void StatusModelTest::modelGoneBeforeReply() {
+    FakeDaemon daemon;
+    daemon.setReply(QStringLiteral("/status"), statusReply(true).delayed(200));
+    QTemporaryDir home;
+    MeterClient client(daemon.base());
+    auto model = std::make_unique<StatusModel>(&client, daemon.environment(home.path()));
+    model->start();
+    QVERIFY(daemon.waitForRequests(QStringLiteral("/status"), 1));
+    model.reset();
+    // The answer arrives for a model that is gone; nothing may touch it.
+    QTest::qWait(400);
+    QCOMPARE(daemon.requests().size(), 1);
+}
+
+QTEST_GUILESS_MAIN(StatusModelTest)
+#include "test_status_model.moc"
