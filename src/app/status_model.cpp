@@ -1,5 +1,7 @@
 #include "app/status_model.h"
 
+#include "features/attention.h"
+
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <algorithm>
@@ -16,11 +18,44 @@ StatusModel::StatusModel(MeterClient *client, Environment env, Intervals interva
     m_timer.setInterval(m_intervals.refresh);
     m_timer.setSingleShot(false);
     connect(&m_timer, &QTimer::timeout, this, &StatusModel::load);
+    m_heartbeatTimer.setInterval(m_intervals.heartbeat);
+    connect(&m_heartbeatTimer, &QTimer::timeout, this, &StatusModel::sendAttentionHeartbeat);
 }
 
 void StatusModel::start() {
     refresh();
     m_timer.start();
+    // Only the tray app reports attention; a second viewer such as `status --watch` must not.
+    if (m_attentionEnabled) {
+        m_heartbeatTimer.start();
+        QMetaObject::invokeMethod(this, &StatusModel::sendAttentionHeartbeat, Qt::QueuedConnection);
+    }
+}
+
+void StatusModel::setAttentionSources(IdleTimeSource *idle, ForegroundAppSource *foreground,
+                                      const Clock *clock) {
+    m_attentionEnabled = true;
+    m_idle = idle;
+    m_foreground = foreground;
+    if (clock)
+        m_clock = clock;
+}
+
+void StatusModel::sendAttentionHeartbeat() {
+    const auto heartbeat = sampleAttention(m_idle, m_foreground, *m_clock);
+    if (!heartbeat) {
+        if (!m_loggedNoIdleSource) {
+            if (m_idle)
+                qCInfo(lcStatus, "[QuonBrix] attention: %s gave no idle time, heartbeat skipped",
+                       qUtf8Printable(m_idle->name()));
+            else
+                qCInfo(lcStatus, "[QuonBrix] attention: no idle-time source on this desktop, "
+                                 "attention heartbeats are off");
+            m_loggedNoIdleSource = true;
+        }
+        return;
+    }
+    m_client->sendAttentionHeartbeat(*heartbeat);
 }
 
 void StatusModel::refresh() {

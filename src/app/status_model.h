@@ -2,6 +2,8 @@
 
 #include "daemon_link/meter_client.h"
 #include "daemon_link/records.h"
+#include "platform/clock.h"
+#include "platform/desktop_session.h"
 #include "platform/environment.h"
 #include "supervisor/daemon_restarter.h"
 
@@ -30,6 +32,7 @@ class StatusModel : public QObject {
 public:
     struct Intervals {
         std::chrono::milliseconds refresh{5'000};
+        std::chrono::milliseconds heartbeat{15'000};
     };
 
     StatusModel(MeterClient *client, Environment env, Intervals intervals,
@@ -53,6 +56,13 @@ public:
     QString localConsoleMessage() const { return m_localConsoleMessage; }
     const QSet<QString> &workTimerBusyIDs() const { return m_workTimerBusyIDs; }
     QStringList workTimerBusyIDList() const;
+
+    // Where attention samples come from. Without an idle source no heartbeat is sent. Set
+    // before start(); the sources must outlive the model.
+    void setAttentionSources(IdleTimeSource *idle, ForegroundAppSource *foreground,
+                             const Clock *clock);
+    // Samples attention and reports it to the daemon; failures are dropped.
+    void sendAttentionHeartbeat();
 
     // Held weakly: the shell hands it over when the popover first opens.
     void setSupervisor(std::weak_ptr<DaemonRestarter> supervisor);
@@ -80,6 +90,12 @@ private:
     Environment m_env;
     Intervals m_intervals;
     QTimer m_timer;
+    QTimer m_heartbeatTimer;
+    IdleTimeSource *m_idle = nullptr;
+    ForegroundAppSource *m_foreground = nullptr;
+    const Clock *m_clock = &SystemClock::instance();
+    bool m_attentionEnabled = false;
+    bool m_loggedNoIdleSource = false;
     std::weak_ptr<DaemonRestarter> m_supervisor;
 
     std::optional<DaemonStatus> m_status;

@@ -91,8 +91,9 @@ void MeterClient::send(QNetworkReply *reply, QObject *context,
             reply->error() != QNetworkReply::NoError && int(reply->error()) < 100;
         t.answered = code.isValid() && !transportFailed;
         t.httpStatus = code.toInt();
-        t.body = reply->readAll();
-        if (!t.answered)
+        if (t.answered)
+            t.body = reply->readAll();
+        else
             t.error = reply->errorString();
         done(std::move(t));
     });

@@ -1,0 +1,23 @@
+#include "features/attention.h"
+
+namespace quonbrix {
+
+std::optional<AttentionHeartbeat>
+sampleAttention(IdleTimeSource *idle, ForegroundAppSource *foreground, const Clock &clock) {
+    const std::optional<double> idleSeconds = idle ? idle->idleSeconds() : std::nullopt;
+    if (!idleSeconds)
+        return std::nullopt;
+    AttentionHeartbeat heartbeat;
+    heartbeat.idleSeconds = *idleSeconds;
+    heartbeat.active = *idleSeconds < attentionActiveBelowSeconds;
+    if (foreground) {
+        if (const auto app = foreground->foregroundApp()) {
+            heartbeat.foregroundBundleId = app->id;
+            heartbeat.foregroundName = app->name;
+        }
+    }
+    heartbeat.ts = clock.nowMs();
+    return heartbeat;
+}
+
+} // namespace quonbrix

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QString>
+#include <memory>
+#include <optional>
+
+namespace quonbrix {
+
+// Seconds since the user last touched keyboard or pointer, from whatever the desktop offers.
+class IdleTimeSource {
+public:
+    virtual ~IdleTimeSource();
+    // Absent when the source cannot answer right now.
+    virtual std::optional<double> idleSeconds() = 0;
+    virtual QString name() const = 0;
+};
+
+struct ForegroundApp {
+    std::optional<QString> id;   // e.g. the X11 WM_CLASS class
+    std::optional<QString> name; // the window's or application's display name
+};
+
+// The application the user is looking at. Absent when there is no focused window or the
+// desktop does not tell.
+class ForegroundAppSource {
+public:
+    virtual ~ForegroundAppSource();
+    virtual std::optional<ForegroundApp> foregroundApp() = 0;
+};
+
+// The display name of the application whose windows carry this WM_CLASS class: the Name of
+// its desktop entry (matched by StartupWMClass or file name), else the class itself. Cached.
+QString applicationDisplayName(const QString &windowClass);
+
+// An X11 display connection of our own (not the toolkit's), answering both questions through
+// the XScreenSaver extension and the EWMH _NET_ACTIVE_WINDOW property.
+class X11DesktopSession final : public IdleTimeSource, public ForegroundAppSource {
+public:
+    // Null when $DISPLAY is unset, the display cannot be opened or lacks XScreenSaver.
+    static std::unique_ptr<X11DesktopSession> open(const QString &display);
+    ~X11DesktopSession() override;
+
+    std::optional<double> idleSeconds() override;
+    QString name() const override { return QStringLiteral("X11 XScreenSaver"); }
+    std::optional<ForegroundApp> foregroundApp() override;
+
+private:
+    struct Private;
+    explicit X11DesktopSession(std::unique_ptr<Private> d);
+    std::unique_ptr<Private> d;
+};
+
+} // namespace quonbrix
