@@ -193,18 +193,18 @@ private Q_SLOTS:
                    ::chmod(QFile::encodeName(path).constData(), mode_t(mode)) == 0;
         };
         QDir().mkpath(root + QStringLiteral("/prefix/bin"));
-        QDir().mkpath(root + QStringLiteral("/work"));
+        QDir().mkpath(root + QStringLiteral("/checkout"));
         if (installed)
             QVERIFY(makeFile(root + QStringLiteral("/prefix/libexec/quonbrix/brixd"), 0755));
         if (devBuild > 0)
-            QVERIFY(makeFile(root + QStringLiteral("/work/brixd/dist/brixd"),
+            QVERIFY(makeFile(root + QStringLiteral("/checkout/brixd/dist/brixd"),
                              devBuild == 1 ? 0755 : 0644));
         Environment env;
         if (variable != QStringLiteral("-"))
             env.set(QStringLiteral("QUON_BRIX_DAEMON"), variable);
 
         const std::optional<QString> found = DaemonSupervisor::locateDaemon(
-            env, root + QStringLiteral("/prefix/bin"), root + QStringLiteral("/work"));
+            env, root + QStringLiteral("/prefix/bin"), root + QStringLiteral("/checkout"));
         if (expected.isEmpty())
             QCOMPARE(found, std::nullopt);
         else if (expected.startsWith(u'/'))
