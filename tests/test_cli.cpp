@@ -82,6 +82,7 @@ bool CliTest::startSim(const QString &scenario, const QString &fault) {
     QStringList args{QStringLiteral("run"), QStringLiteral("--scenario"), scenario};
     if (!fault.isEmpty())
         args << QStringLiteral("--fault") << fault;
+    m_sim->setReadChannel(QProcess::StandardError);
     m_sim->start(simBin, args);
     if (!m_sim->waitForStarted(5000))
         return false;
