@@ -168,13 +168,14 @@ private Q_SLOTS:
         QTest::newRow("QUON_BRIX_DAEMON wins")
             << QStringLiteral("/opt/x/brixd") << true << 1 << QStringLiteral("/opt/x/brixd");
         QTest::newRow("a relative QUON_BRIX_DAEMON is taken from the working directory")
-            << QStringLiteral("tools/brixd") << false << 0 << QStringLiteral("work/tools/brixd");
+            << QStringLiteral("tools/brixd") << false << 0
+            << QStringLiteral("checkout/tools/brixd");
         QTest::newRow("an empty QUON_BRIX_DAEMON counts as unset")
             << QString() << true << 0 << QStringLiteral("prefix/libexec/quonbrix/brixd");
         QTest::newRow("installed copy beside the executable")
             << QStringLiteral("-") << true << 1 << QStringLiteral("prefix/libexec/quonbrix/brixd");
         QTest::newRow("executable development build")
-            << QStringLiteral("-") << false << 1 << QStringLiteral("work/brixd/dist/brixd");
+            << QStringLiteral("-") << false << 1 << QStringLiteral("checkout/brixd/dist/brixd");
         QTest::newRow("development build that is not executable")
             << QStringLiteral("-") << false << 2 << QString();
         QTest::newRow("nothing anywhere") << QStringLiteral("-") << false << 0 << QString();
