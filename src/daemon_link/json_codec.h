@@ -31,7 +31,7 @@ template <class T> struct IsOptional<std::optional<T>> : std::true_type {};
 template <class T> struct IsVector : std::false_type {};
 template <class T> struct IsVector<std::vector<T>> : std::true_type {};
 template <class T> struct IsStringKeyedMap : std::false_type {};
-template <class T> struct IsStringKeyedMap<QMap<QString, T>> : std::true_type {};
+template <class T> struct IsStringKeyedMap<KeyedList<T>> : std::true_type {};
 
 inline bool fail(QString *err, const char *what) {
     if (err)
@@ -106,13 +106,14 @@ template <class T> bool decodeValue(const QJsonValue &v, T &out, QString *err) {
             return fail(err, "expected an object");
         const QJsonObject o = v.toObject();
         out.clear();
+        out.reserve(o.size());
         for (auto it = o.constBegin(); it != o.constEnd(); ++it) {
             typename T::mapped_type item{};
             if (!decodeValue(it.value(), item, err)) {
                 prefix(err, QLatin1String("[\"") + it.key() + QLatin1String("\"]"));
                 return false;
             }
-            out.insert(it.key(), std::move(item));
+            out.append(it.key(), std::move(item));
         }
         return true;
     } else {
@@ -178,8 +179,8 @@ template <class T> QJsonValue encodeValue(const T &v) {
         return a;
     } else if constexpr (IsStringKeyedMap<T>::value) {
         QJsonObject o;
-        for (auto it = v.constBegin(); it != v.constEnd(); ++it)
-            o.insert(it.key(), encodeValue(it.value()));
+        for (const auto &[key, value] : v)
+            o.insert(key, encodeValue(value));
         return o;
     } else {
         return encodeObject(v);
