@@ -66,8 +66,6 @@ public:
 
     // Held weakly: the shell hands it over when the popover first opens.
     void setSupervisor(std::weak_ptr<DaemonRestarter> supervisor);
-    bool autoRestartedForEnroll() const { return m_autoRestartedForEnroll; }
-    const MeterClient *client() const { return m_client; }
 
 Q_SIGNALS:
     void statusChanged();

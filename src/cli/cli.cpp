@@ -116,7 +116,7 @@ int watch(MeterClient &client, const Environment &env) {
     return 0;
 }
 
-int status(const QStringList &args, const Environment &env) {
+int status(const QStringList &args, const QString &base, const Environment &env) {
     enum class Mode { Summary, Json, Waybar, Watch } mode = Mode::Summary;
     for (const QString &arg : args) {
         if (arg == QLatin1String("--json"))
@@ -132,7 +132,7 @@ int status(const QStringList &args, const Environment &env) {
         }
     }
 
-    MeterClient client(MeterClient::baseFromEnvironment(env));
+    MeterClient client(base);
     if (mode == Mode::Watch)
         return watch(client, env);
 
@@ -156,10 +156,6 @@ int status(const QStringList &args, const Environment &env) {
 }
 
 } // namespace
-
-bool isCommandLineInvocation(const QStringList &args) {
-    return !args.isEmpty();
-}
 
 QString summary(const DaemonStatus &s) {
     QString text;
@@ -243,7 +239,7 @@ int run(const QStringList &args, const Environment &env) {
                   << ")" << Qt::endl;
             return 2;
         }
-        return status(args.mid(1), env);
+        return status(args.mid(1), base, env);
     }
     err() << "quonbrix: unknown command '" << command << "'. Try 'quonbrix --help'." << Qt::endl;
     return 2;

@@ -13,8 +13,6 @@ namespace quonbrix::cli {
 // Needs a QCoreApplication; runs an event loop only as long as the command needs one.
 int run(const QStringList &args, const Environment &env);
 
-bool isCommandLineInvocation(const QStringList &args);
-
 // The pieces the commands print, separate so they can be checked without a daemon.
 QString summary(const DaemonStatus &status);
 QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base);

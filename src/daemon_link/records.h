@@ -49,12 +49,6 @@ public:
                 return e.second;
         return fallback;
     }
-    bool contains(const QString &key) const {
-        for (const auto &e : m_entries)
-            if (e.first == key)
-                return true;
-        return false;
-    }
     auto begin() const { return m_entries.cbegin(); }
     auto end() const { return m_entries.cend(); }
     bool operator==(const KeyedList &) const = default;

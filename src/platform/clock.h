@@ -27,7 +27,6 @@ public:
         : m_now(std::move(start)) {}
     QDateTime now() const override { return m_now; }
     void set(QDateTime t) { m_now = std::move(t); }
-    void advanceMs(qint64 ms) { m_now = m_now.addMSecs(ms); }
 
 private:
     QDateTime m_now;

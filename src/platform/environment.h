@@ -21,7 +21,6 @@ public:
     QString value(const QString &name, const QString &fallback) const;
     bool contains(const QString &name) const { return m_vars.contains(name); }
     void set(const QString &name, const QString &value) { m_vars.insert(name, value); }
-    void unset(const QString &name) { m_vars.remove(name); }
 
     // $HOME, falling back to the password database's idea of it.
     QString homeDir() const;
