@@ -1,15 +1,97 @@
+#include "app/app_core.h"
 #include "cli/cli.h"
+#include "platform/dbus_idle.h"
 #include "platform/environment.h"
+#include "platform/single_instance.h"
+#include "platform/unix_signals.h"
+#include "supervisor/daemon_supervisor.h"
+#include "ui/popover_model.h"
+#include "ui/tray_shell.h"
 
-#include <QCoreApplication>
+#include <QApplication>
+#include <QDBusConnection>
+#include <QLoggingCategory>
+#include <QQmlEngineExtensionPlugin>
+#include <QQuickWindow>
+#include <QSystemTrayIcon>
+#include <csignal>
+#include <cstdio>
+
+Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
+
+namespace {
+
+using namespace quonbrix;
+
+Q_LOGGING_CATEGORY(lcShell, "quonbrix.shell")
+
+int runTray(int argc, char *argv[]) {
+    const Environment env = Environment::fromProcess();
+    const QString base = MeterClient::baseFromEnvironment(env);
+    if (!MeterClient::isUsableBase(base)) {
+        std::fprintf(stderr, "quonbrix: QUON_BRIX_ADMIN_PORT does not make a usable address: %s\n",
+                     qUtf8Printable(base));
+        return 2;
+    }
+    // The software scene graph keeps the open popover tens of MiB lighter than the GL one,
+    // and the popover is plain widgets-like content. QT_QUICK_BACKEND still overrides it.
+    if (!env.contains(QStringLiteral("QT_QUICK_BACKEND")))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("quonbrix"));
+    QApplication::setApplicationDisplayName(QStringLiteral("QuonBrix"));
+    QApplication::setApplicationVersion(QStringLiteral(QUONBRIX_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("quonbrix"));
+    // The popover closing is not the app ending; only Quit is.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    SingleInstance instance(QDBusConnection::sessionBus());
+    if (instance.claim() == SingleInstance::Claim::ActivatedOther) {
+        qCInfo(lcShell, "[QuonBrix] shell: already running; opened the running instance");
+        return 0;
+    }
+
+    auto supervisor = std::make_shared<DaemonSupervisor>(DaemonSupervisorOptions::forThisProcess());
+    AppCore core(env, supervisor, openAttentionSources(env, QDBusConnection::sessionBus()));
+
+    TrayShell::Options options;
+    options.trayAvailable = QSystemTrayIcon::isSystemTrayAvailable();
+    options.canPlaceWindows = !QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+    options.currentDesktop = env.value(QStringLiteral("XDG_CURRENT_DESKTOP"), QString());
+    TrayShell shell(core, options);
+    if (!options.trayAvailable)
+        qCInfo(lcShell).noquote() << "[QuonBrix] shell: no system tray;"
+                                  << shell.popoverModel().trayHint();
+
+    QObject::connect(&instance, &SingleInstance::activationRequested, &shell,
+                     &TrayShell::openPopover);
+    QObject::connect(&shell, &TrayShell::quitRequested, &app, &QCoreApplication::quit);
+    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, &app, &QCoreApplication::quit);
+    // Logging out: the session manager may kill us right after this, so stop the daemon now.
+    QObject::connect(&app, &QGuiApplication::commitDataRequest, &core, [&core] {
+        core.shutdown();
+        QCoreApplication::quit();
+    });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &core, [&core] { core.shutdown(); });
+
+    shell.show();
+    core.launch();
+    const int code = QApplication::exec();
+    core.shutdown();
+    return code;
+}
+
+} // namespace
 
 int main(int argc, char *argv[]) {
+    if (argc <= 1)
+        return runTray(argc, argv);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("quonbrix"));
     QCoreApplication::setApplicationVersion(QStringLiteral(QUONBRIX_VERSION));
     QStringList args = QCoreApplication::arguments();
     args.removeFirst();
-    if (args.isEmpty())
-        args << QStringLiteral("--help");
     return quonbrix::cli::run(args, quonbrix::Environment::fromProcess());
 }

@@ -33,8 +33,9 @@ void StatusModel::start() {
 }
 
 void StatusModel::setAttentionSources(IdleTimeSource *idle, ForegroundAppSource *foreground,
-                                      const Clock *clock) {
+                                      const Clock *clock, const QString &whyNoIdle) {
     m_attentionEnabled = true;
+    m_whyNoIdle = whyNoIdle;
     m_idle = idle;
     m_foreground = foreground;
     if (clock)
@@ -49,8 +50,12 @@ void StatusModel::sendAttentionHeartbeat() {
                 qCInfo(lcStatus, "[QuonBrix] attention: %s gave no idle time, heartbeat skipped",
                        qUtf8Printable(m_idle->name()));
             else
-                qCInfo(lcStatus, "[QuonBrix] attention: no idle-time source on this desktop, "
-                                 "attention heartbeats are off");
+                qCInfo(lcStatus,
+                       "[QuonBrix] attention: no idle-time source on this desktop%s, "
+                       "attention heartbeats are off",
+                       m_whyNoIdle.isEmpty()
+                           ? ""
+                           : qUtf8Printable(QStringLiteral(" (%1)").arg(m_whyNoIdle)));
             m_loggedNoIdleSource = true;
         }
         return;

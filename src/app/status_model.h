@@ -59,8 +59,9 @@ public:
 
     // Where attention samples come from. Without an idle source no heartbeat is sent. Set
     // before start(); the sources must outlive the model.
+    // `whyNoIdle` says in the log why a null idle source is all there is.
     void setAttentionSources(IdleTimeSource *idle, ForegroundAppSource *foreground,
-                             const Clock *clock);
+                             const Clock *clock, const QString &whyNoIdle = {});
     // Samples attention and reports it to the daemon; failures are dropped.
     void sendAttentionHeartbeat();
 
@@ -94,6 +95,7 @@ private:
     const Clock *m_clock = &SystemClock::instance();
     bool m_attentionEnabled = false;
     bool m_loggedNoIdleSource = false;
+    QString m_whyNoIdle;
     std::weak_ptr<DaemonRestarter> m_supervisor;
 
     std::optional<DaemonStatus> m_status;

@@ -23,6 +23,7 @@ namespace {
 const char *const helpText = R"(Usage: quonbrix [command]
 
 QuonBrix keeps the local AI-usage meter brixd running and shows its figures.
+Without a command it starts the tray app (or shows the one already running).
 
 Commands:
   status            print a short summary of the daemon's status
@@ -36,6 +37,7 @@ Options:
 
 Environment:
   QUON_BRIX_ADMIN_PORT   the daemon's admin port on 127.0.0.1 (default 8511)
+  QUON_BRIX_DAEMON       the brixd executable the tray app starts and keeps running
 )";
 
 QTextStream &out() {

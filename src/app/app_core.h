@@ -1,0 +1,50 @@
+#pragma once
+
+#include "app/status_model.h"
+#include "daemon_link/meter_client.h"
+#include "platform/dbus_idle.h"
+#include "platform/environment.h"
+#include "supervisor/daemon_supervisor.h"
+
+#include <QObject>
+#include <memory>
+
+namespace quonbrix {
+
+// Everything long-lived that is not a window: the meter client, the status model, the daemon
+// supervisor and the attention sources, started and stopped in the one order that works —
+// the model reads first (a daemon not up yet just fails those reads), then the daemon is
+// launched; on the way out the daemon is stopped before anything else goes.
+class AppCore : public QObject {
+    Q_OBJECT
+
+public:
+    AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
+            AttentionSources attention, StatusModel::Intervals intervals = {},
+            QObject *parent = nullptr);
+    ~AppCore() override;
+
+    StatusModel &model() { return *m_model; }
+    MeterClient &client() { return *m_client; }
+
+    // Starts the refresh loop and the heartbeats, then the daemon. Once.
+    void launch();
+    // Stops the daemon and returns once it is gone. Safe to call more than once and before
+    // launch(); later calls do nothing.
+    void shutdown();
+    bool isShutDown() const { return m_shutDown; }
+
+    // The popover has been shown: from now on the model may restart the daemon itself.
+    void popoverShown();
+
+private:
+    Environment m_env;
+    std::shared_ptr<DaemonSupervisor> m_supervisor;
+    AttentionSources m_attention;
+    MeterClient *m_client;
+    StatusModel *m_model;
+    bool m_launched = false;
+    bool m_shutDown = false;
+};
+
+} // namespace quonbrix

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/desktop_session.h"
+#include "platform/environment.h"
+
+#include <QDBusConnection>
+#include <memory>
+
+namespace quonbrix {
+
+// GNOME (X11 and Wayland): Mutter's idle monitor, which answers in milliseconds.
+class MutterIdleTime final : public IdleTimeSource {
+public:
+    explicit MutterIdleTime(QDBusConnection bus);
+    std::optional<double> idleSeconds() override;
+    QString name() const override { return QStringLiteral("GNOME Mutter IdleMonitor"); }
+
+private:
+    QDBusConnection m_bus;
+};
+
+// KDE Plasma: the screen saver service's session idle time. Plasma answers in milliseconds,
+// whatever the interface's old documentation says about seconds.
+class KdeScreenSaverIdleTime final : public IdleTimeSource {
+public:
+    explicit KdeScreenSaverIdleTime(QDBusConnection bus);
+    std::optional<double> idleSeconds() override;
+    QString name() const override { return QStringLiteral("KDE ScreenSaver"); }
+
+private:
+    QDBusConnection m_bus;
+};
+
+// Where this session's attention samples come from. `idle` is null when the desktop offers
+// no idle time at all; `why` then says what was looked for, for the log.
+struct AttentionSources {
+    std::unique_ptr<IdleTimeSource> idle;
+    std::unique_ptr<ForegroundAppSource> foregroundOwner;
+    ForegroundAppSource *foreground = nullptr;
+    QString why;
+};
+
+// X11 sessions use the X server directly; Wayland sessions use what the compositor offers
+// over the session bus (GNOME's idle monitor, KDE's screen saver), probed in that order.
+AttentionSources openAttentionSources(const Environment &env, QDBusConnection bus);
+
+} // namespace quonbrix

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "ui/popover_window.h"
+#include "ui/tray_icon.h"
+
+#include <QObject>
+#include <memory>
+
+class QMenu;
+class QSystemTrayIcon;
+
+namespace quonbrix {
+
+class AppCore;
+class PopoverModel;
+
+// The desktop face of the app: the tray icon with its menu, and the popover. Without a
+// tray the popover is an ordinary window, opened at start, with a hint on getting a tray.
+class TrayShell : public QObject {
+    Q_OBJECT
+
+public:
+    struct Options {
+        bool trayAvailable = true;
+        // Wayland clients cannot place their own windows, so the popover is a normal window.
+        bool canPlaceWindows = true;
+        QString currentDesktop; // $XDG_CURRENT_DESKTOP
+    };
+
+    TrayShell(AppCore &core, Options options, QObject *parent = nullptr);
+    ~TrayShell() override;
+
+    // Shows the tray icon, or without a tray the popover window.
+    void show();
+    // Brings the popover up (the tray menu's Open, or a second `quonbrix` started).
+    void openPopover();
+
+    bool hasTray() const { return m_tray != nullptr; }
+    QSystemTrayIcon *trayIcon() const { return m_tray; }
+    PopoverWindow &popover() { return *m_popover; }
+    PopoverModel &popoverModel() { return *m_popoverModel; }
+    IconBadge currentBadge() const { return m_badge; }
+
+Q_SIGNALS:
+    void quitRequested();
+
+private:
+    void updateIcon();
+    std::optional<QRect> trayGeometry() const;
+
+    AppCore &m_core;
+    Options m_options;
+    PopoverModel *m_popoverModel;
+    PopoverWindow *m_popover;
+    QSystemTrayIcon *m_tray = nullptr;
+    std::unique_ptr<QMenu> m_menu;
+    TrayIconRenderer m_renderer;
+    IconBadge m_badge = IconBadge::None;
+};
+
+} // namespace quonbrix
