@@ -1,0 +1,183 @@
+// Idle time on Wayland desktops, from the compositor's D-Bus services. A stand-in GNOME
+// and KDE run on a private session bus (the test runs under dbus-run-session), each on its
+// own connection and thread, as the compositor would.
+
+#include "platform/dbus_idle.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QElapsedTimer>
+#include <QTest>
+#include <QThread>
+
+using namespace quonbrix;
+
+namespace {
+
+class FakeMutter : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.gnome.Mutter.IdleMonitor")
+public:
+    qulonglong idleMs = 0;
+    int delayMs = 0;
+public Q_SLOTS:
+    qulonglong GetIdletime() {
+        QThread::msleep(static_cast<unsigned long>(delayMs));
+        return idleMs;
+    }
+};
+
+class FakeKdeScreenSaver : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.ScreenSaver")
+public:
+    uint idleMs = 0;
+public Q_SLOTS:
+    uint GetSessionIdleTime() { return idleMs; }
+};
+
+// A screen saver service without the idle call, as some desktops register.
+class BareScreenSaver : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.ScreenSaver")
+public Q_SLOTS:
+    void SimulateUserActivity() {}
+};
+
+// Owns one bus connection on its own thread and exports one service on it.
+class Desktop {
+public:
+    template <class Service>
+    Desktop(const QString &busName, const QString &path, Service *service, const char *tag) {
+        m_thread.start();
+        service->moveToThread(&m_thread);
+        m_service = service;
+        QMetaObject::invokeMethod(
+            service,
+            [=, this] {
+                m_bus.emplace(QDBusConnection::connectToBus(QDBusConnection::SessionBus,
+                                                            QString::fromLatin1(tag)));
+                m_bus->registerObject(path, service, QDBusConnection::ExportAllSlots);
+                m_bus->registerService(busName);
+            },
+            Qt::BlockingQueuedConnection);
+        m_tag = QString::fromLatin1(tag);
+    }
+    ~Desktop() {
+        QMetaObject::invokeMethod(
+            m_service,
+            [this] {
+                m_bus.reset();
+                QDBusConnection::disconnectFromBus(m_tag);
+                delete m_service;
+            },
+            Qt::BlockingQueuedConnection);
+        m_thread.quit();
+        m_thread.wait();
+    }
+
+private:
+    QThread m_thread;
+    QObject *m_service = nullptr;
+    std::optional<QDBusConnection> m_bus;
+    QString m_tag;
+};
+
+Environment waylandSession() {
+    return Environment({{QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland")},
+                        {QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("wayland-0")},
+                        {QStringLiteral("DISPLAY"), QStringLiteral(":99")}});
+}
+
+} // namespace
+
+class DbusIdleTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void waylandSources_data();
+    void waylandSources();
+    void slowCompositorIsNoAnswer();
+};
+
+void DbusIdleTest::initTestCase() {
+    if (!QDBusConnection::sessionBus().isConnected())
+        QSKIP("no session bus: run under dbus-run-session");
+}
+
+void DbusIdleTest::waylandSources_data() {
+    QTest::addColumn<QString>("services");
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<double>("idle");
+    QTest::newRow("GNOME") << "mutter"
+                           << "GNOME Mutter IdleMonitor" << 12.345;
+    QTest::newRow("KDE Plasma") << "kde"
+                                << "KDE ScreenSaver" << 7.5;
+    QTest::newRow("GNOME wins over a screen saver service") << "mutter kde"
+                                                            << "GNOME Mutter IdleMonitor" << 12.345;
+    QTest::newRow("screen saver without idle time") << "bare"
+                                                    << "" << -1.0;
+    QTest::newRow("bare compositor") << ""
+                                     << "" << -1.0;
+}
+
+void DbusIdleTest::waylandSources() {
+    QFETCH(QString, services);
+    QFETCH(QString, source);
+    QFETCH(double, idle);
+
+    std::vector<std::unique_ptr<Desktop>> desktop;
+    if (services.contains(QLatin1String("mutter"))) {
+        auto *mutter = new FakeMutter;
+        mutter->idleMs = 12345;
+        desktop.push_back(std::make_unique<Desktop>(
+            QStringLiteral("org.gnome.Mutter.IdleMonitor"),
+            QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"), mutter, "mutter"));
+    }
+    if (services.contains(QLatin1String("kde"))) {
+        auto *kde = new FakeKdeScreenSaver;
+        kde->idleMs = 7500;
+        desktop.push_back(std::make_unique<Desktop>(QStringLiteral("org.freedesktop.ScreenSaver"),
+                                                    QStringLiteral("/ScreenSaver"), kde, "kde"));
+    }
+    if (services.contains(QLatin1String("bare")))
+        desktop.push_back(std::make_unique<Desktop>(QStringLiteral("org.freedesktop.ScreenSaver"),
+                                                    QStringLiteral("/ScreenSaver"),
+                                                    new BareScreenSaver, "bare"));
+
+    // A Wayland session never reads idle time through Xwayland, even with DISPLAY set.
+    const AttentionSources sources =
+        openAttentionSources(waylandSession(), QDBusConnection::sessionBus());
+    QVERIFY(!sources.foreground);
+    if (source.isEmpty()) {
+        QVERIFY(!sources.idle);
+        QVERIFY(!sources.why.isEmpty());
+        return;
+    }
+    QVERIFY(sources.idle);
+    QCOMPARE(sources.idle->name(), source);
+    const auto seconds = sources.idle->idleSeconds();
+    QVERIFY(seconds);
+    QCOMPARE(*seconds, idle);
+}
+
+void DbusIdleTest::slowCompositorIsNoAnswer() {
+    auto *mutter = new FakeMutter;
+    mutter->idleMs = 1000;
+    Desktop desktop(QStringLiteral("org.gnome.Mutter.IdleMonitor"),
+                    QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"), mutter, "slow");
+    MutterIdleTime idle(QDBusConnection::sessionBus());
+    QCOMPARE(idle.idleSeconds(), std::optional<double>(1.0));
+
+    mutter->delayMs = 1500;
+    QElapsedTimer timer;
+    timer.start();
+    // A sample must not hold the tray's event loop for long: no answer rather than a wait.
+    QCOMPARE(idle.idleSeconds(), std::optional<double>());
+    QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
+    QTest::qWait(1600); // let the stand-in finish before it goes away
+}
+
+QTEST_GUILESS_MAIN(DbusIdleTest)
+#include "test_dbus_idle.moc"
