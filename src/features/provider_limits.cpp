@@ -1,5 +1,6 @@
 #include "features/provider_limits.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace quonbrix {
@@ -29,6 +30,59 @@ std::optional<qint64> roundToInt64(double x) {
     if (!(r >= -9223372036854775808.0 && r < 9223372036854775808.0))
         return std::nullopt;
     return qint64(r);
+}
+
+int windowRank(const QString &window) {
+    if (window == QLatin1String("session"))
+        return 0;
+    if (window == QLatin1String("week"))
+        return 1;
+    if (window == QLatin1String("week_scoped"))
+        return 2;
+    return 3;
+}
+
+QStringList orderedProviderLimitSources(const std::vector<ProviderLimitSnapshot> &all) {
+    QStringList sources;
+    for (const auto &snapshot : all)
+        if (!sources.contains(snapshot.source))
+            sources << snapshot.source;
+    return sources;
+}
+
+std::vector<ProviderLimitGroup> groupProviderLimits(const std::vector<ProviderLimitSnapshot> &all) {
+    std::vector<ProviderLimitGroup> groups;
+    for (const QString &source : orderedProviderLimitSources(all)) {
+        ProviderLimitGroup group{source, {}};
+        for (const auto &snapshot : all)
+            if (snapshot.source == source)
+                group.snapshots.push_back(&snapshot);
+        std::stable_sort(group.snapshots.begin(), group.snapshots.end(),
+                         [](const ProviderLimitSnapshot *a, const ProviderLimitSnapshot *b) {
+                             return windowRank(a->window) < windowRank(b->window);
+                         });
+        groups.push_back(std::move(group));
+    }
+    return groups;
+}
+
+QString limitIdentityKey(const ProviderLimitSnapshot &snapshot) {
+    QString reset;
+    std::optional<double> minutes;
+    if (snapshot.resetsAtMs)
+        minutes = std::trunc(*snapshot.resetsAtMs / 60000.0);
+    // Out of range (or NaN) would be undefined to convert; such a reading keys like one
+    // without a reset instant.
+    if (minutes && *minutes >= -9223372036854775808.0 && *minutes < 9223372036854775808.0)
+        reset = QString::number(qint64(*minutes));
+    else
+        reset = snapshot.period.value_or(QString());
+    return snapshot.source + u'|' + snapshot.window + u'|' +
+           snapshot.scopeLabel.value_or(QString()) + u'|' + reset;
+}
+
+qint64 resetTicketCount(const CodexResetCreditsStatus &credits) {
+    return credits.availableCount.value_or(0);
 }
 
 LimitSeverity limitSeverity(double usedPercent) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "daemon_link/records.h"
+#include <QStringList>
 
 namespace quonbrix {
 
@@ -14,6 +15,28 @@ const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimit
 // x rounded to the nearest integer, halves away from zero; absent when x is not finite or the
 // result does not fit in 64 bits. Daemon figures go through this before any integer cast.
 std::optional<qint64> roundToInt64(double x);
+
+// Order of a provider's windows on screen: the 5-hour window, the weekly one, per-model weekly
+// ones, then anything else.
+int windowRank(const QString &window);
+
+// The distinct sources in order of first appearance; a later duplicate never moves a group.
+QStringList orderedProviderLimitSources(const std::vector<ProviderLimitSnapshot> &all);
+
+struct ProviderLimitGroup {
+    QString source;
+    std::vector<const ProviderLimitSnapshot *> snapshots; // by window rank, ties in list order
+};
+// The readings grouped per source for display, groups and rows in the order above.
+std::vector<ProviderLimitGroup> groupProviderLimits(const std::vector<ProviderLimitSnapshot> &all);
+
+// Names one window instance, so an alert fires once per instance: source|window|scope|reset,
+// the reset part being whole minutes of resetsAtMs (jitter within a minute is the same
+// instance), else the period, else empty. A reset too large for 64 bits counts as missing.
+QString limitIdentityKey(const ProviderLimitSnapshot &snapshot);
+
+// Reset tickets the Codex account can spend now; 0 when not reported.
+qint64 resetTicketCount(const CodexResetCreditsStatus &credits);
 
 enum class LimitSeverity { Fine, Warning, Critical };
 // 95 % or more is critical, 80 % or more a warning.
