@@ -1,6 +1,8 @@
 #include "features/provider_limits.h"
 #include "ui/formatting.h"
 
+#include "daemon_link/json_codec.h"
+
 #include <QTest>
 #include <cmath>
 #include <limits>
@@ -20,6 +22,14 @@ private Q_SLOTS:
     void windowNames_data();
     void windowNames();
     void severityAndHighestReading();
+    void hours_data();
+    void hours();
+    void relative_data();
+    void relative();
+    void expiryStamp_data();
+    void expiryStamp();
+    void resetCreditsHelp_data();
+    void resetCreditsHelp();
 };
 
 void FormattingTest::tokens_data() {
@@ -127,6 +137,104 @@ void FormattingTest::severityAndHighestReading() {
     QCOMPARE(providerDisplayName(QStringLiteral("gemini")), QStringLiteral("gemini"));
     QCOMPARE(roundToInt64(std::nan("")), std::nullopt);
     QCOMPARE(roundToInt64(-2.5), std::optional<qint64>(-3));
+}
+
+void FormattingTest::hours_data() {
+    QTest::addColumn<qint64>("seconds");
+    QTest::addColumn<QString>("text");
+    const QList<std::pair<qint64, const char *>> rows{
+        {0, "0m"},       {29, "0m"},         {30, "1m"},   {2700, "45m"},
+        {3540, "59m"},   {3570, "1h"},       {3599, "1h"}, {7200, "2h"},
+        {3900, "1h 5m"}, {96000, "26h 40m"}, {-30, "-1m"}, {-5400, "-1h -30m"}};
+    for (const auto &[seconds, text] : rows)
+        QTest::addRow("%lld s", seconds) << seconds << QString::fromUtf8(text);
+}
+
+void FormattingTest::hours() {
+    QFETCH(qint64, seconds);
+    QFETCH(QString, text);
+    QCOMPARE(formatSecondsAsHours(seconds), text);
+}
+
+void FormattingTest::relative_data() {
+    QTest::addColumn<double>("offsetSeconds");
+    QTest::addColumn<QString>("text");
+    const QList<std::pair<double, const char *>> rows{{0.4, "now"},
+                                                      {-0.9, "now"},
+                                                      {45, "in 45 sec."},
+                                                      {-300, "5 min. ago"},
+                                                      {3.5 * 3600, "in 3 hr."},
+                                                      {86400, "in 1 day"},
+                                                      {2 * 86400 + 60, "in 2 days"},
+                                                      {-3 * 86400, "3 days ago"},
+                                                      {14 * 86400, "in 2 wk."},
+                                                      {62 * 86400, "in 2 mo."},
+                                                      {400 * 86400, "in 1 yr."}};
+    for (const auto &[offset, text] : rows)
+        QTest::addRow("%s", text) << offset << QString::fromUtf8(text);
+}
+
+void FormattingTest::relative() {
+    QFETCH(double, offsetSeconds);
+    QFETCH(QString, text);
+    const QDateTime now =
+        QDateTime::fromString(QStringLiteral("2026-11-23T12:00:00Z"), Qt::ISODate);
+    QCOMPARE(relativeTime(double(now.toMSecsSinceEpoch()) + offsetSeconds * 1000.0, now), text);
+}
+
+void FormattingTest::expiryStamp_data() {
+    QTest::addColumn<QString>("locale");
+    QTest::addColumn<QByteArray>("zone");
+    QTest::addColumn<QString>("instant");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("Tokyo, English")
+        << QStringLiteral("en_US") << QByteArray("Asia/Tokyo")
+        << QStringLiteral("2026-11-25T00:00:00Z") << QStringLiteral("11/25 9:00 AM JST");
+    QTest::newRow("Tokyo, Japanese")
+        << QStringLiteral("ja_JP") << QByteArray("Asia/Tokyo")
+        << QStringLiteral("2026-11-25T00:00:00Z") << QStringLiteral("11/25 9:00 JST");
+    QTest::newRow("Los Angeles in summer")
+        << QStringLiteral("en_US") << QByteArray("America/Los_Angeles")
+        << QStringLiteral("2026-07-01T19:30:00Z") << QStringLiteral("7/1 12:30 PM PDT");
+    QTest::newRow("Los Angeles in winter")
+        << QStringLiteral("en_US") << QByteArray("America/Los_Angeles")
+        << QStringLiteral("2026-12-01T19:30:00Z") << QStringLiteral("12/1 11:30 AM PST");
+    QTest::newRow("Berlin, German, day before month")
+        << QStringLiteral("de_DE") << QByteArray("Europe/Berlin")
+        << QStringLiteral("2026-11-25T00:05:00Z") << QStringLiteral("25.11. 01:05 CET");
+}
+
+void FormattingTest::expiryStamp() {
+    QFETCH(QString, locale);
+    QFETCH(QByteArray, zone);
+    QFETCH(QString, instant);
+    QFETCH(QString, text);
+    const QTimeZone tz(zone);
+    QVERIFY(tz.isValid());
+    const QDateTime at = QDateTime::fromString(instant, Qt::ISODate);
+    QCOMPARE(localResetCreditExpiry(double(at.toMSecsSinceEpoch()), QLocale(locale), tz), text);
+}
+
+void FormattingTest::resetCreditsHelp_data() {
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("nothing reported")
+        << QByteArray("{}") << QStringLiteral("0 Codex reset tickets available");
+    QTest::newRow("one") << QByteArray(R"({"availableCount":1})")
+                         << QStringLiteral("1 Codex reset ticket available");
+    QTest::newRow("three, expiring")
+        << QByteArray(R"({"availableCount":3,"earliestExpiresAtMs":1795608000000})")
+        << QStringLiteral("3 Codex reset tickets available · earliest expires in 2 days");
+}
+
+void FormattingTest::resetCreditsHelp() {
+    QFETCH(QByteArray, json);
+    QFETCH(QString, text);
+    const auto credits = json::decode<CodexResetCreditsStatus>(json);
+    QVERIFY(credits);
+    // 2026-11-23T12:00:00Z; the expiry above is 2026-11-25T12:00:00Z.
+    const QDateTime now = QDateTime::fromMSecsSinceEpoch(1795435200000, QTimeZone::utc());
+    QCOMPARE(codexResetCreditsHelp(*credits, now), text);
 }
 
 QTEST_GUILESS_MAIN(FormattingTest)
