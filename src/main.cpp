@@ -1,6 +1,7 @@
 #include "app/app_core.h"
 #include "cli/cli.h"
 #include "platform/dbus_idle.h"
+#include "platform/desktop_notifier.h"
 #include "platform/environment.h"
 #include "platform/single_instance.h"
 #include "platform/unix_signals.h"
@@ -10,9 +11,12 @@
 
 #include <QApplication>
 #include <QDBusConnection>
+#include <QDir>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QQmlEngineExtensionPlugin>
 #include <QQuickWindow>
+#include <QStandardPaths>
 #include <QSystemTrayIcon>
 #include <csignal>
 #include <cstdio>
@@ -24,6 +28,17 @@ namespace {
 using namespace quonbrix;
 
 Q_LOGGING_CATEGORY(lcShell, "quonbrix.shell")
+
+// Notification servers want an icon by name or path; the app mark is drawn once into the
+// cache rather than installed into an icon theme.
+QString notificationIconPath() {
+    const QString dir = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
+                        QStringLiteral("/quonbrix");
+    const QString path = dir + QStringLiteral("/quonbrix.png");
+    if (!QFileInfo::exists(path) && QDir().mkpath(dir))
+        TrayIconRenderer::render(IconBadge::None, 4.0).save(path);
+    return QFileInfo::exists(path) ? path : QString();
+}
 
 int runTray(int argc, char *argv[]) {
     const Environment env = Environment::fromProcess();
@@ -54,6 +69,10 @@ int runTray(int argc, char *argv[]) {
 
     auto supervisor = std::make_shared<DaemonSupervisor>(DaemonSupervisorOptions::forThisProcess());
     AppCore core(env, supervisor, openAttentionSources(env, QDBusConnection::sessionBus()));
+    DesktopNotifier::Options notifierOptions;
+    notifierOptions.icon = notificationIconPath();
+    DesktopNotifier notifier(QDBusConnection::sessionBus(), notifierOptions);
+    core.setNotifier(&notifier);
 
     TrayShell::Options options;
     options.trayAvailable = QSystemTrayIcon::isSystemTrayAvailable();

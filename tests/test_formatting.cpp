@@ -1,5 +1,5 @@
+#include "features/formatting.h"
 #include "features/provider_limits.h"
-#include "ui/formatting.h"
 
 #include "daemon_link/json_codec.h"
 

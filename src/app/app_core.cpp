@@ -12,6 +12,13 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
     , m_model(new StatusModel(m_client, m_env, intervals, this)) {
     m_model->setAttentionSources(m_attention.idle.get(), m_attention.foreground,
                                  &SystemClock::instance(), m_attention.why);
+    // Both warning rules run at the end of every pass, goal first, with the status just read.
+    connect(m_model, &StatusModel::passFinished, this,
+            [this](const std::optional<DaemonStatus> &status) {
+                for (const DesktopNotification &n : m_alerts.afterPass(status, m_clock->now()))
+                    if (m_notifier)
+                        m_notifier->post(n.identifier, n.title, n.body);
+            });
 }
 
 AppCore::~AppCore() {
@@ -33,6 +40,12 @@ void AppCore::shutdown() {
     m_shutDown = true;
     if (m_supervisor)
         m_supervisor->stop();
+}
+
+void AppCore::setNotifier(DesktopNotifier *notifier, const Clock *clock) {
+    m_notifier = notifier;
+    if (clock)
+        m_clock = clock;
 }
 
 void AppCore::popoverShown() {

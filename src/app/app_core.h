@@ -2,7 +2,9 @@
 
 #include "app/status_model.h"
 #include "daemon_link/meter_client.h"
+#include "features/alerts.h"
 #include "platform/dbus_idle.h"
+#include "platform/desktop_notifier.h"
 #include "platform/environment.h"
 #include "supervisor/daemon_supervisor.h"
 
@@ -37,12 +39,19 @@ public:
     // The popover has been shown: from now on the model may restart the daemon itself.
     void popoverShown();
 
+    // Where goal and limit warnings go; without one they are worked out and dropped. Set
+    // before launch(); `clock` dates the relative reset times.
+    void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance());
+
 private:
     Environment m_env;
     std::shared_ptr<DaemonSupervisor> m_supervisor;
     AttentionSources m_attention;
     MeterClient *m_client;
     StatusModel *m_model;
+    DesktopNotifier *m_notifier = nullptr;
+    const Clock *m_clock = &SystemClock::instance();
+    AlertRules m_alerts;
     bool m_launched = false;
     bool m_shutDown = false;
 };

@@ -3,9 +3,9 @@
 #include "app/status_model.h"
 #include "daemon_link/json_codec.h"
 #include "daemon_link/meter_client.h"
+#include "features/formatting.h"
 #include "features/provider_limits.h"
 #include "platform/unix_signals.h"
-#include "ui/formatting.h"
 
 #include <QCoreApplication>
 #include <QDateTime>

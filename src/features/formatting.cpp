@@ -1,4 +1,4 @@
-#include "ui/formatting.h"
+#include "features/formatting.h"
 
 #include "features/provider_limits.h"
 

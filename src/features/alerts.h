@@ -1,0 +1,43 @@
+#pragma once
+
+#include "daemon_link/records.h"
+
+#include <QDateTime>
+#include <QSet>
+#include <optional>
+#include <vector>
+
+namespace quonbrix {
+
+// One desktop notification. A later one with the same identifier replaces it on screen.
+struct DesktopNotification {
+    QString identifier;
+    QString title;
+    QString body;
+
+    bool operator==(const DesktopNotification &) const = default;
+};
+
+// The two warnings the app raises from each status it loads, each announced once: the goal
+// pace warning / goal exceeded notice per usage window, and "provider rate limit nearly used"
+// per provider window instance. Remembers what it announced for as long as the app runs.
+class AlertRules {
+public:
+    // The goal notice, if this status calls for one not yet posted. No status or no alert
+    // leaves the memory as it is; a normal grading re-arms it.
+    std::optional<DesktopNotification> goal(const std::optional<DaemonStatus> &status);
+    // One notice per fresh reading at 90 % or more not yet announced, in list order. The Codex
+    // 5-hour window is never announced.
+    std::vector<DesktopNotification> providerLimits(const std::optional<DaemonStatus> &status,
+                                                    const QDateTime &now);
+
+    // Both rules in their order, for the end of a status pass.
+    std::vector<DesktopNotification> afterPass(const std::optional<DaemonStatus> &status,
+                                               const QDateTime &now);
+
+private:
+    std::optional<QString> m_lastAlertKey;
+    QSet<QString> m_notifiedLimitKeys;
+};
+
+} // namespace quonbrix
