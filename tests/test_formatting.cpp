@@ -199,6 +199,9 @@ void FormattingTest::expiryStamp_data() {
     QTest::newRow("Los Angeles in winter")
         << QStringLiteral("en_US") << QByteArray("America/Los_Angeles")
         << QStringLiteral("2026-12-01T19:30:00Z") << QStringLiteral("12/1 11:30 AM PST");
+    QTest::newRow("C locale: no year, no seconds")
+        << QStringLiteral("C") << QByteArray("UTC") << QStringLiteral("2026-11-26T14:03:48Z")
+        << QStringLiteral("26 Nov 14:03 UTC");
     QTest::newRow("Berlin, German, day before month")
         << QStringLiteral("de_DE") << QByteArray("Europe/Berlin")
         << QStringLiteral("2026-11-25T00:05:00Z") << QStringLiteral("25.11. 01:05 CET");

@@ -110,12 +110,19 @@ QString monthDayFormat(const QLocale &locale) {
     return format;
 }
 
+// The locale's short time without seconds, which some locales (C among them) include.
+QString hourMinuteFormat(const QLocale &locale) {
+    QString format = locale.timeFormat(QLocale::ShortFormat);
+    static const QRegularExpression seconds(QStringLiteral("[^hHmaAp]?s+"));
+    return format.remove(seconds);
+}
+
 } // namespace
 
 QString localResetCreditExpiry(double epochMs, const QLocale &locale, const QTimeZone &zone) {
     const QDateTime at = QDateTime::fromMSecsSinceEpoch(qint64(epochMs), zone);
-    const QString stamp = locale.toString(at, monthDayFormat(locale) + u' ' +
-                                                  locale.timeFormat(QLocale::ShortFormat));
+    const QString stamp =
+        locale.toString(at, monthDayFormat(locale) + u' ' + hourMinuteFormat(locale));
     QString name = zone.abbreviation(at);
     // Zones without a name of their own report a bare offset ("+04"); show the identifier.
     if (name.isEmpty() || name.startsWith(u'+') || name.startsWith(u'-'))

@@ -1,9 +1,13 @@
 #pragma once
 
 #include "app/status_model.h"
+#include "ui/popover_panels.h"
 
 #include <QObject>
 #include <QString>
+#include <QUrl>
+#include <QVariantList>
+#include <QVariantMap>
 #include <QtQml/qqmlregistration.h>
 
 namespace quonbrix {
@@ -24,6 +28,17 @@ class PopoverModel : public QObject {
     Q_PROPERTY(QString quitLabel READ quitLabel CONSTANT)
     Q_PROPERTY(QString quitHelp READ quitHelp CONSTANT)
 
+    // The limits panel, or its unavailable form when there is no reading at all.
+    Q_PROPERTY(QString limitsTitle READ limitsTitle CONSTANT)
+    Q_PROPERTY(bool hasLimitReadings READ hasLimitReadings NOTIFY panelsChanged)
+    Q_PROPERTY(QVariantMap headline READ headline NOTIFY panelsChanged)
+    Q_PROPERTY(QVariantList limitGroups READ limitGroups NOTIFY panelsChanged)
+    Q_PROPERTY(QVariantMap unavailable READ unavailable NOTIFY panelsChanged)
+    // The "Today" panel: two or three figure columns and the split by source.
+    Q_PROPERTY(QString todayTitle READ todayTitle CONSTANT)
+    Q_PROPERTY(QVariantList todayColumns READ todayColumns NOTIFY panelsChanged)
+    Q_PROPERTY(QVariantList sourceShares READ sourceShares NOTIFY panelsChanged)
+
 public:
     // `trayHint` is shown under the header when the desktop has no tray to hold the icon;
     // empty otherwise.
@@ -39,6 +54,23 @@ public:
     QString quitHelp() const { return QStringLiteral("Stop the meter and quit QuonBrix"); }
 
     Q_INVOKABLE void quit();
+    // The image for one of the screens' symbol names (theme icon or bundled drawing).
+    Q_INVOKABLE QUrl symbol(const QString &name) const;
+
+    QString limitsTitle() const { return panel_text::limitsTitle; }
+    bool hasLimitReadings() const { return m_hasLimitReadings; }
+    QVariantMap headline() const { return m_headline; }
+    QVariantList limitGroups() const { return m_limitGroups; }
+    QVariantMap unavailable() const { return m_unavailable; }
+    QString todayTitle() const { return panel_text::todayTitle; }
+    QVariantList todayColumns() const { return m_todayColumns; }
+    QVariantList sourceShares() const { return m_sourceShares; }
+
+    // Relative times ("resets in 3 hr.") age while the status stays the same; the popover
+    // asks for fresh wording each time it opens.
+    void refreshTexts();
+    // Time, locale and zone the panels are worded in; the system's unless set.
+    void setContext(const Clock *clock, QLocale locale, QTimeZone zone);
 
     // One line telling how to get a tray icon on this desktop, from XDG_CURRENT_DESKTOP.
     static QString noTrayHint(const QString &currentDesktop);
@@ -46,10 +78,21 @@ public:
 Q_SIGNALS:
     void headerChanged();
     void quitRequested();
+    void panelsChanged();
 
 private:
     StatusModel *m_status;
     QString m_trayHint;
+    const Clock *m_clock = &SystemClock::instance();
+    QLocale m_locale;
+    QTimeZone m_zone = QTimeZone::systemTimeZone();
+
+    bool m_hasLimitReadings = false;
+    QVariantMap m_headline;
+    QVariantList m_limitGroups;
+    QVariantMap m_unavailable;
+    QVariantList m_todayColumns;
+    QVariantList m_sourceShares;
 };
 
 } // namespace quonbrix

@@ -2,6 +2,7 @@
 
 #include "ui/popover_model.h"
 #include "ui/popover_placement.h"
+#include "ui/symbols.h"
 
 #include <QCursor>
 #include <QGuiApplication>
@@ -42,6 +43,7 @@ bool PopoverWindow::load() {
         return false;
     m_engine = new QQmlEngine;
     m_engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
+    m_engine->addImageProvider(QStringLiteral("symbol"), new SymbolImageProvider);
     QString error;
     {
         QQmlComponent component(m_engine, QUrl(QStringLiteral("qrc:/qt/qml/QuonBrix/Popover.qml")));
@@ -91,6 +93,7 @@ bool PopoverWindow::open(std::optional<QRect> trayIcon) {
         m_window->setPosition(popoverPosition(
             size, trayIcon, screen ? std::optional<QPoint>(cursor) : std::nullopt, available));
     }
+    m_model->refreshTexts();
     m_window->show();
     m_window->raise();
     m_window->requestActivate();

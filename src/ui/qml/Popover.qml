@@ -48,6 +48,18 @@ Window {
             }
         }
 
+        LimitsPanel {
+            Layout.fillWidth: true
+            visible: !root.model.loading
+            model: root.model
+        }
+
+        TodayPanel {
+            Layout.fillWidth: true
+            visible: !root.model.loading
+            model: root.model
+        }
+
         PopoverFooter {
             Layout.fillWidth: true
             model: root.model

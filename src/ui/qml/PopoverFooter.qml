@@ -19,7 +19,7 @@ ColumnLayout {
         Item { Layout.fillWidth: true }
         ToolButton {
             text: footer.model.quitLabel
-            icon.name: "system-shutdown"
+            icon.source: footer.model.symbol("power")
             display: AbstractButton.TextUnderIcon
             ToolTip.visible: hovered
             ToolTip.text: footer.model.quitHelp

@@ -1,0 +1,22 @@
+import QtQuick
+
+// A capsule bar: a track and a fill of `fraction` (0…1) in `tint`.
+Rectangle {
+    id: bar
+    property real fraction: 0
+    property color tint: palette.highlight
+    property string help
+
+    implicitHeight: 8
+    radius: height / 2
+    color: Qt.rgba(palette.text.r, palette.text.g, palette.text.b, 0.12)
+    Accessible.role: Accessible.ProgressBar
+    Accessible.description: help
+
+    Rectangle {
+        width: parent.width * bar.fraction
+        height: parent.height
+        radius: height / 2
+        color: bar.tint
+    }
+}
