@@ -1,0 +1,241 @@
+// What the popover's limits and "Today" panels say for the statuses a user runs into, and
+// the whole popover rendered (offscreen) against the stand-in daemon's "near limits" day.
+
+#include "app/app_core.h"
+#include "daemon_link/json_codec.h"
+#include "support/fixtures.h"
+#include "ui/popover_model.h"
+#include "ui/popover_panels.h"
+#include "ui/popover_window.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QQmlEngineExtensionPlugin>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
+
+using namespace quonbrix;
+
+namespace {
+
+// "source window percent [stale]" per reading, ";" between readings.
+std::vector<ProviderLimitSnapshot> readings(const QString &spec) {
+    std::vector<ProviderLimitSnapshot> out;
+    for (const QString &r : spec.split(u';', Qt::SkipEmptyParts)) {
+        const QStringList f = r.trimmed().split(u' ');
+        ProviderLimitSnapshot s;
+        s.source = f.at(0);
+        s.window = f.at(1);
+        s.usedPercent = f.at(2).toDouble();
+        if (f.size() > 3 && f.at(3) == QLatin1String("stale"))
+            s.stale = true;
+        out.push_back(s);
+    }
+    return out;
+}
+
+DaemonStatus status(const QJsonObject &extra = {}) {
+    QJsonObject o = QJsonDocument::fromJson(test::minimalStatusBody()).object();
+    for (auto it = extra.begin(); it != extra.end(); ++it)
+        o.insert(it.key(), it.value());
+    auto decoded = json::decode<DaemonStatus>(o);
+    return decoded.value_or(DaemonStatus{});
+}
+
+QList<QQuickItem *> visualItems(QQuickItem *root) {
+    QList<QQuickItem *> items{root};
+    for (QQuickItem *child : root->childItems())
+        items += visualItems(child);
+    return items;
+}
+
+QStringList visibleTexts(QQuickWindow *window) {
+    QStringList texts;
+    for (QQuickItem *item : visualItems(window->contentItem()))
+        if (item->isVisible() && !item->property("text").toString().isEmpty())
+            texts << item->property("text").toString();
+    return texts;
+}
+
+} // namespace
+
+class PopoverPanelsTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void headline_data();
+    void headline();
+    void rows();
+    void todayColumns_data();
+    void todayColumns();
+    void nearLimitsDayRenders();
+};
+
+void PopoverPanelsTest::headline_data() {
+    QTest::addColumn<QString>("readings");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("tone");
+    QTest::addColumn<QString>("remaining");
+    QTest::addColumn<QString>("detail");
+    const auto row = [](const char *name, const char *r, const char *text, Tone tone,
+                        const char *remaining, const char *detail) {
+        QTest::newRow(name) << QString::fromUtf8(r) << QString::fromUtf8(text) << int(tone)
+                            << QString::fromUtf8(remaining) << QString::fromUtf8(detail);
+    };
+    row("79.9 is fine", "claude-code session 79.9", "You can keep working", Tone::Green, "20% left",
+        "Claude Code · 5h window · provider reported");
+    row("80 warns", "claude-code week 80", "Watch your remaining headroom", Tone::Orange,
+        "20% left", "Claude Code · Weekly · provider reported");
+    row("95 is almost at the limit", "codex week 95", "Almost at a provider limit", Tone::Red,
+        "5% left", "Codex · Weekly · provider reported");
+    row("96.4 leaves 4%", "claude-code week 96.4", "Almost at a provider limit", Tone::Red,
+        "4% left", "Claude Code · Weekly · provider reported");
+    row("a tie names the earlier reading", "codex week 85; claude-code session 85",
+        "Watch your remaining headroom", Tone::Orange, "15% left",
+        "Codex · Weekly · provider reported");
+    row("only a Codex 5-hour reading: stale headline", "codex session 99",
+        "Provider reading is stale", Tone::Secondary, "", "");
+    row("the Codex 5-hour window never decides", "codex session 99; claude-code week 50",
+        "You can keep working", Tone::Green, "50% left",
+        "Claude Code · Weekly · provider reported");
+    row("stale readings still count here", "claude-code week 97 stale; codex week 10",
+        "Almost at a provider limit", Tone::Red, "3% left",
+        "Claude Code · Weekly · provider reported");
+    row("over 100 leaves 0%", "claude-code week 103", "Almost at a provider limit", Tone::Red,
+        "0% left", "Claude Code · Weekly · provider reported");
+    row("unknown provider as it stands", "gemini daily 40", "You can keep working", Tone::Green,
+        "60% left", "gemini · daily · provider reported");
+}
+
+void PopoverPanelsTest::headline() {
+    QFETCH(QString, readings);
+    QFETCH(QString, text);
+    QFETCH(int, tone);
+    QFETCH(QString, remaining);
+    QFETCH(QString, detail);
+    const LimitHeadline h = limitHeadline(::readings(readings));
+    QCOMPARE(h.text, text);
+    QCOMPARE(int(h.tone), tone);
+    QCOMPARE(h.remaining, remaining);
+    QCOMPARE(h.detail, detail);
+}
+
+void PopoverPanelsTest::rows() {
+    DaemonStatus s = status();
+    s.providerLimits = readings(QStringLiteral(
+        "codex week 120; gemini daily 40; codex session 30 stale; claude-code week_scoped 12"));
+    (*s.providerLimits)[0].resetsAtMs = 1795435200000.0 + 3.5 * 3600 * 1000;
+    CodexResetCreditsStatus credits;
+    credits.availableCount = 1;
+    s.codexResetCredits = credits;
+    const PanelContext context{QDateTime::fromMSecsSinceEpoch(1795435200000, QTimeZone::utc()),
+                               QLocale(QLocale::English, QLocale::UnitedStates),
+                               QTimeZone("Asia/Tokyo")};
+    const auto groups = limitGroups(s, context);
+    QCOMPARE(groups.size(), size_t(3));
+    QCOMPARE(groups[0].heading, QStringLiteral("Codex"));
+    QCOMPARE(groups[1].heading, QStringLiteral("AI tool: gemini"));
+    QCOMPARE(groups[2].heading, QStringLiteral("Claude Code"));
+
+    // Codex: the 5-hour row first, stale and dimmed; the weekly row capped at a full bar.
+    const auto &codex = groups[0];
+    QVERIFY(codex.credits);
+    QCOMPARE(codex.credits->text, QStringLiteral("1 reset ticket"));
+    QVERIFY(codex.credits->expiry.isEmpty());
+    QCOMPARE(codex.credits->help, QStringLiteral("1 Codex reset ticket available"));
+    QCOMPARE(codex.rows[0].window, QStringLiteral("5h window"));
+    QVERIFY(codex.rows[0].symbol.isEmpty());
+    QVERIFY(codex.rows[0].stale);
+    QCOMPARE(codex.rows[0].help, QStringLiteral("Provider reading is stale"));
+    QCOMPARE(codex.rows[1].symbol, QStringLiteral("calendar"));
+    QCOMPARE(codex.rows[1].fraction, 1.0);
+    QCOMPARE(codex.rows[1].percent, QStringLiteral("120%"));
+    QCOMPARE(codex.rows[1].resets, QStringLiteral("resets in 3 hr."));
+    QCOMPARE(codex.rows[1].help,
+             QStringLiteral("Provider rate limit used (account-level, reported by the provider)"));
+    QVERIFY(!groups[1].credits);
+    QCOMPARE(groups[2].rows[0].window, QStringLiteral("Weekly (model)"));
+    QVERIFY(groups[2].rows[0].resets.isEmpty());
+}
+
+void PopoverPanelsTest::todayColumns_data() {
+    QTest::addColumn<QByteArray>("extra");
+    QTest::addColumn<QStringList>("columns");
+    QTest::newRow("every token priced, no coding time")
+        << QByteArray(R"({"output": 402000, "estCost": 86.2})")
+        << QStringList{QStringLiteral("402.0K output tokens"),
+                       QStringLiteral("$86.20 API equivalent")};
+    QTest::newRow("some unpriced: the subtotal")
+        << QByteArray(R"({"estCost": 86.2, "unpricedTokens": 5, "pricedSubtotal": 120.4})")
+        << QStringList{QStringLiteral("1.2K output tokens"),
+                       QStringLiteral("$120 priced API subtotal")};
+    QTest::newRow("no cost known at all: an em dash")
+        << QByteArray(R"({"indeterminateTokens": 7})")
+        << QStringList{QStringLiteral("1.2K output tokens"),
+                       QStringLiteral("— priced API subtotal")};
+    QTest::newRow("with coding time: three columns")
+        << QByteArray(R"({"attention": {"activeSeconds": 3900, "activeSamples": 260,
+                          "period": "2026-11-23", "spanSeconds": 5000}})")
+        << QStringList{QStringLiteral("1.2K output tokens"), QStringLiteral("$0.42 API equivalent"),
+                       QStringLiteral("1h 5m coding time")};
+}
+
+void PopoverPanelsTest::todayColumns() {
+    QFETCH(QByteArray, extra);
+    QFETCH(QStringList, columns);
+    const DaemonStatus s = status(QJsonDocument::fromJson(extra).object());
+    QStringList shown;
+    for (const TodayColumn &c : quonbrix::todayColumns(s))
+        shown << c.value + u' ' + c.caption;
+    QCOMPARE(shown, columns);
+}
+
+void PopoverPanelsTest::nearLimitsDayRenders() {
+    QTemporaryDir home;
+    QProcess sim;
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("HOME"), home.path());
+    sim.setProcessEnvironment(env);
+    sim.start(QStringLiteral(QUONBRIX_BIN_DIR "/brixd-sim"),
+              {QStringLiteral("run"), QStringLiteral("--port"), QStringLiteral("0"),
+               QStringLiteral("--scenario"), QStringLiteral("near-limits")});
+    QByteArray log;
+    static const QRegularExpression serving(QStringLiteral("http://127\\.0\\.0\\.1:(\\d+)"));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        serving.match(QString::fromUtf8(log += sim.readAllStandardError())).hasMatch(), 10000);
+    const QString port = serving.match(QString::fromUtf8(log)).captured(1);
+
+    Environment appEnv(
+        {{QStringLiteral("HOME"), home.path()}, {QStringLiteral("QUON_BRIX_ADMIN_PORT"), port}});
+    AppCore core(appEnv, nullptr, {});
+    PopoverModel model(&core.model(), {});
+    PopoverWindow popover(&model, PopoverWindow::Mode::Window);
+    core.launch();
+    QTRY_VERIFY_WITH_TIMEOUT(core.model().hasStatus(), 10000);
+    QVERIFY(popover.open());
+    QVERIFY(QTest::qWaitForWindowExposed(popover.window()));
+    QTest::qWait(200); // let the layouts settle before the picture
+
+    const QStringList texts = visibleTexts(popover.window());
+    for (const char *expected : {"quon-brix", "Can I keep working?", "Today", "Claude Code",
+                                 "Codex", "Almost at a provider limit", "output tokens", "Quit"})
+        QVERIFY2(texts.contains(QString::fromUtf8(expected)), qPrintable(texts.join(u'|')));
+    QVERIFY(!texts.contains(QStringLiteral("Starting meter…")));
+    QVERIFY(!texts.contains(QStringLiteral("Provider headroom unavailable")));
+
+    // Kept for whoever looks at a CI run.
+    const QString shot = QStringLiteral(QUONBRIX_ARTIFACT_DIR "/popover-near-limits.png");
+    QVERIFY(popover.window()->grabWindow().save(shot));
+    sim.terminate();
+    sim.waitForFinished(3000);
+}
+
+QTEST_MAIN(PopoverPanelsTest)
+#include "test_popover_panels.moc"
