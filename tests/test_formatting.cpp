@@ -3,6 +3,7 @@
 
 #include "daemon_link/json_codec.h"
 
+#include <QHash>
 #include <QTest>
 #include <cmath>
 #include <limits>
@@ -30,6 +31,7 @@ private Q_SLOTS:
     void expiryStamp();
     void resetCreditsHelp_data();
     void resetCreditsHelp();
+    void expiryInTheSessionZone();
 };
 
 void FormattingTest::tokens_data() {
@@ -238,6 +240,24 @@ void FormattingTest::resetCreditsHelp() {
     // 2026-11-23T12:00:00Z; the expiry above is 2026-11-25T12:00:00Z.
     const QDateTime now = QDateTime::fromMSecsSinceEpoch(1795435200000, QTimeZone::utc());
     QCOMPARE(codexResetCreditsHelp(*credits, now), text);
+}
+
+// CTest runs this binary again under TZ=Asia/Tokyo and under TZ=America/Los_Angeles: the
+// stamp follows the zone the user's session is in, summer time included.
+void FormattingTest::expiryInTheSessionZone() {
+    const QByteArray tz = qgetenv("TZ");
+    if (tz.isEmpty())
+        QSKIP("runs under an explicit TZ (see tests/CMakeLists.txt)");
+    const QHash<QByteArray, QStringList> expected{
+        {"Asia/Tokyo", {QStringLiteral("7/2 4:30 AM JST"), QStringLiteral("12/2 4:30 AM JST")}},
+        {"America/Los_Angeles",
+         {QStringLiteral("7/1 12:30 PM PDT"), QStringLiteral("12/1 11:30 AM PST")}}};
+    QVERIFY2(expected.contains(tz), tz.constData());
+    const QLocale english(QLocale::English, QLocale::UnitedStates);
+    const QStringList stamps{
+        localResetCreditExpiry(1782934200000.0, english, QTimeZone::systemTimeZone()),
+        localResetCreditExpiry(1796153400000.0, english, QTimeZone::systemTimeZone())};
+    QCOMPARE(stamps, expected.value(tz));
 }
 
 QTEST_GUILESS_MAIN(FormattingTest)
