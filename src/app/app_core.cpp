@@ -1,6 +1,12 @@
 #include "app/app_core.h"
 
+#include <QUuid>
+
 namespace quonbrix {
+
+namespace {
+const QString localTimerBody = QStringLiteral("Local work timer");
+}
 
 AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
                  AttentionSources attention, StatusModel::Intervals intervals, QObject *parent)
@@ -18,6 +24,17 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
                 for (const DesktopNotification &n : m_alerts.afterPass(status, m_clock->now()))
                     if (m_notifier)
                         m_notifier->post(n.identifier, n.title, n.body);
+            });
+    // Every successful timer command is a notification of its own (a fresh UUID each time).
+    connect(m_model, &StatusModel::workTimerSucceeded, this,
+            [this](const QString &action, const QString &sessionId,
+                   const std::optional<QString> &label, const QString &message) {
+                if (!m_notifier)
+                    return;
+                m_notifier->post(QStringLiteral("quon-brix-work-timer-") + sessionId + u'-' +
+                                     action + u'-' +
+                                     QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(),
+                                 message, label.value_or(localTimerBody));
             });
 }
 

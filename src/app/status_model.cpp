@@ -1,6 +1,7 @@
 #include "app/status_model.h"
 
 #include "features/attention.h"
+#include "features/sharing.h"
 
 #include <QFileInfo>
 #include <QLoggingCategory>
@@ -71,6 +72,120 @@ QStringList StatusModel::workTimerBusyIDList() const {
     QStringList ids(m_workTimerBusyIDs.cbegin(), m_workTimerBusyIDs.cend());
     std::sort(ids.begin(), ids.end());
     return ids;
+}
+
+void StatusModel::setBusy(const QString &id, bool busy) {
+    const bool changed = busy ? !m_workTimerBusyIDs.contains(id) : m_workTimerBusyIDs.contains(id);
+    if (busy)
+        m_workTimerBusyIDs.insert(id);
+    else
+        m_workTimerBusyIDs.remove(id);
+    if (changed)
+        Q_EMIT workTimerBusyIDsChanged();
+}
+
+void StatusModel::startWorkTimer(const QString &projectLabel) {
+    const auto label = trimmedProjectLabel(projectLabel);
+    if (!label || m_workTimerBusyIDs.contains(workTimerStartBusyID))
+        return;
+    setBusy(workTimerStartBusyID, true);
+    performWorkTimer(QStringLiteral("start"), workTimerStartBusyID, std::nullopt, label);
+}
+
+void StatusModel::act(const QString &action, const QString &id) {
+    if (id.isEmpty() || m_workTimerBusyIDs.contains(id))
+        return;
+    setBusy(id, true);
+    performWorkTimer(action, id, id, std::nullopt);
+}
+
+void StatusModel::performWorkTimer(const QString &action, const QString &busyID,
+                                   const std::optional<QString> &sessionId,
+                                   const std::optional<QString> &projectLabel) {
+    m_client->workTimer(
+        this, action, sessionId, projectLabel,
+        [this, action, busyID, sessionId, projectLabel](WorkTimerCommandOutcome outcome) {
+            setBusy(busyID, false);
+            std::optional<QString> label = projectLabel;
+            if (!label && sessionId && m_status && m_status->workTimers) {
+                for (const WorkSession &session : *m_status->workTimers)
+                    if (session.id == *sessionId)
+                        label = session.projectLabel;
+            }
+            WorkTimerFeedback entry{QUuid::createUuid(), sessionId, label, {}, false};
+            if (!outcome.ok()) {
+                entry.message = *outcome.error;
+                entry.isError = true;
+                appendFeedback(m_feedback, std::move(entry));
+                Q_EMIT workTimerFeedbackChanged();
+            } else {
+                const QString message = workTimerSuccessMessage(action);
+                entry.message = message;
+                appendFeedback(m_feedback, std::move(entry));
+                Q_EMIT workTimerFeedbackChanged();
+                // A start has no session id of its own until the daemon answers.
+                const QString notifiedId =
+                    sessionId ? *sessionId : (outcome.session ? outcome.session->id : busyID);
+                Q_EMIT workTimerSucceeded(action, notifiedId, label, message);
+            }
+            load();
+        });
+}
+
+void StatusModel::syncNow() {
+    if (m_syncing)
+        return;
+    m_syncing = true;
+    Q_EMIT syncingChanged();
+    if (!m_syncMessage.isNull()) {
+        m_syncMessage = QString();
+        Q_EMIT syncMessageChanged();
+    }
+    m_client->syncNow(this, [this](Reply<SyncResult> reply) {
+        m_syncing = false;
+        Q_EMIT syncingChanged();
+        m_syncMessage = syncResultMessage(reply.value);
+        Q_EMIT syncMessageChanged();
+        Q_EMIT syncFinished();
+        load();
+    });
+}
+
+void StatusModel::openLocalConsole(const QUrl &base) {
+    if (m_openingLocalConsole)
+        return;
+    m_openingLocalConsole = true;
+    Q_EMIT openingLocalConsoleChanged();
+    if (!m_localConsoleMessage.isNull()) {
+        m_localConsoleMessage = QString();
+        Q_EMIT localConsoleMessageChanged();
+    }
+    m_client->localViewHandoff(this, [this, base](std::optional<LocalViewHandoff> handoff) {
+        QString message;
+        if (!handoff) {
+            message = QStringLiteral("Restart app and retry");
+            qCWarning(lcStatus,
+                      "[QuonBrix] local console: brixd handoff unavailable after retries");
+        } else {
+            // The token rides in the fragment, which browsers never send to the server.
+            QUrl url = base;
+            url.setFragment(QStringLiteral("handoff=") + handoff->handoff, QUrl::DecodedMode);
+            if (!url.isValid() || !base.isValid() || base.isRelative()) {
+                message = QStringLiteral("Try again");
+                qCWarning(lcStatus, "[QuonBrix] local console: failed to construct handoff URL");
+            } else if (!m_openUrl || !m_openUrl(url)) {
+                message = QStringLiteral("Open browser and retry");
+                qCWarning(lcStatus, "[QuonBrix] local console: NSWorkspace refused browser URL");
+            }
+        }
+        if (m_localConsoleMessage != message) {
+            m_localConsoleMessage = message;
+            Q_EMIT localConsoleMessageChanged();
+        }
+        m_openingLocalConsole = false;
+        Q_EMIT openingLocalConsoleChanged();
+        Q_EMIT localConsoleFinished();
+    });
 }
 
 void StatusModel::setSupervisor(std::weak_ptr<DaemonRestarter> supervisor) {

@@ -2,6 +2,7 @@
 
 #include "daemon_link/meter_client.h"
 #include "daemon_link/records.h"
+#include "features/work_timers.h"
 #include "platform/clock.h"
 #include "platform/desktop_session.h"
 #include "platform/environment.h"
@@ -11,6 +12,8 @@
 #include <QSet>
 #include <QStringList>
 #include <QTimer>
+#include <QUrl>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -68,6 +71,24 @@ public:
     // Held weakly: the shell hands it over when the popover first opens.
     void setSupervisor(std::weak_ptr<DaemonRestarter> supervisor);
 
+    // Work timers. Each returns at once; a command for a session (or a start) already in
+    // flight is ignored. Outcomes land in workTimerFeedback(), newest last, four at most.
+    Q_INVOKABLE void startWorkTimer(const QString &projectLabel);
+    Q_INVOKABLE void pauseWorkTimer(const QString &id) { act(QStringLiteral("pause"), id); }
+    Q_INVOKABLE void resumeWorkTimer(const QString &id) { act(QStringLiteral("resume"), id); }
+    Q_INVOKABLE void completeWorkTimer(const QString &id) { act(QStringLiteral("complete"), id); }
+    Q_INVOKABLE void cancelWorkTimer(const QString &id) { act(QStringLiteral("cancel"), id); }
+    const std::vector<WorkTimerFeedback> &workTimerFeedback() const { return m_feedback; }
+
+    // Asks the daemon to collect and push now; the outcome is syncMessage(). Ignored while a
+    // sync runs.
+    Q_INVOKABLE void syncNow();
+    // Opens the local console page `base` in the browser with a one-time handoff token in the
+    // URL fragment. Ignored while one is opening.
+    void openLocalConsole(const QUrl &base);
+    // How URLs reach the browser: true when the desktop accepted the URL.
+    void setUrlOpener(std::function<bool(const QUrl &)> opener) { m_openUrl = std::move(opener); }
+
 Q_SIGNALS:
     void statusChanged();
     void daemonHealthyChanged();
@@ -79,8 +100,20 @@ Q_SIGNALS:
     // The end of a pass, after status, health and the enrollment check were updated. The
     // notification rules hang off this, in that order, with the status just loaded.
     void passFinished(const std::optional<quonbrix::DaemonStatus> &status);
+    void workTimerFeedbackChanged();
+    // A timer command succeeded; the shell turns this into a desktop notification.
+    void workTimerSucceeded(const QString &action, const QString &sessionId,
+                            const std::optional<QString> &projectLabel, const QString &message);
+    // A sync or console command finished (after its message was set).
+    void syncFinished();
+    void localConsoleFinished();
 
 private:
+    void act(const QString &action, const QString &id);
+    void performWorkTimer(const QString &action, const QString &busyID,
+                          const std::optional<QString> &sessionId,
+                          const std::optional<QString> &projectLabel);
+    void setBusy(const QString &id, bool busy);
     void load();
     void apply(Reply<DaemonStatus> reply);
     void handleEnrollment();
@@ -105,6 +138,8 @@ private:
     bool m_openingLocalConsole = false;
     QString m_localConsoleMessage;
     QSet<QString> m_workTimerBusyIDs;
+    std::vector<WorkTimerFeedback> m_feedback;
+    std::function<bool(const QUrl &)> m_openUrl;
     bool m_autoRestartedForEnroll = false;
     std::optional<ReplyFailure> m_lastLoggedFailure;
 };

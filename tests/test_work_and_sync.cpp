@@ -1,0 +1,383 @@
+// Work timers, sync and the local console as the popover and the command line drive them:
+// the status model against the fake daemon over real sockets, and the rules behind the texts.
+
+#include "app/status_model.h"
+#include "features/sharing.h"
+#include "features/work_timers.h"
+#include "support/fake_daemon.h"
+#include "support/fixtures.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quonbrix;
+using namespace std::chrono_literals;
+using quonbrix::test::FakeDaemon;
+using quonbrix::test::FakeReply;
+
+namespace {
+
+MeterClientTimeouts quick() {
+    MeterClientTimeouts t;
+    t.request = 3000ms;
+    t.sync = 3000ms;
+    t.handoffRetryDelay = 30ms;
+    return t;
+}
+
+WorkSegment segment(const char *start, const char *end) {
+    WorkSegment s;
+    s.id = QStringLiteral("seg");
+    s.startedAt = QString::fromUtf8(start);
+    if (end)
+        s.endedAt = QString::fromUtf8(end);
+    s.timeZone = QStringLiteral("Europe/Berlin");
+    return s;
+}
+
+QByteArray statusWithTimer(const QString &id, const QString &label) {
+    QJsonObject status = QJsonDocument::fromJson(test::minimalStatusBody()).object();
+    status.insert(QStringLiteral("workTimers"),
+                  QJsonArray{QJsonObject{{QStringLiteral("schemaVersion"), QStringLiteral("1")},
+                                         {QStringLiteral("id"), id},
+                                         {QStringLiteral("projectLabel"), label},
+                                         {QStringLiteral("status"), QStringLiteral("running")},
+                                         {QStringLiteral("segments"), QJsonArray()},
+                                         {QStringLiteral("createdAt"), QStringLiteral("x")},
+                                         {QStringLiteral("updatedAt"), QStringLiteral("x")},
+                                         {QStringLiteral("revision"), 1}}});
+    return QJsonDocument(status).toJson();
+}
+
+struct Rig {
+    FakeDaemon daemon;
+    QTemporaryDir home;
+    MeterClient client{daemon.base(), quick()};
+    StatusModel model{&client, daemon.environment(home.path())};
+
+    // Loads one status so commands can find their session's label.
+    bool loaded(const QByteArray &body) {
+        daemon.setReply(QStringLiteral("/status"), FakeReply::json(body));
+        QSignalSpy pass(&model, &StatusModel::passFinished);
+        model.refresh();
+        return pass.wait(3000) && model.hasStatus();
+    }
+    QJsonObject commandBody(int i) const {
+        return QJsonDocument::fromJson(
+                   daemon.requests(QStringLiteral("/worklogs/command")).at(i).body)
+            .object();
+    }
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(QList<quonbrix::WorkSegment>)
+
+class WorkAndSyncTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void elapsed_data();
+    void elapsed();
+    void startSendsTrimmedLabelOnce();
+    void sessionCommandsAndBusySet();
+    void failuresBecomeFeedback_data();
+    void failuresBecomeFeedback();
+    void feedbackKeepsFourNewest();
+    void syncMessages_data();
+    void syncMessages();
+    void secondSyncPressIsIgnored();
+    void localConsole_data();
+    void localConsole();
+    void sharingSummary_data();
+    void sharingSummary();
+};
+
+void WorkAndSyncTest::elapsed_data() {
+    QTest::addColumn<QList<WorkSegment>>("segments");
+    QTest::addColumn<QString>("now");
+    QTest::addColumn<qint64>("seconds");
+    QTest::newRow("closed and running, with and without fractions")
+        << QList<WorkSegment>{segment("2026-11-23T08:00:00Z", "2026-11-23T08:30:00.500Z"),
+                              segment("2026-11-23T09:00:00.250Z", nullptr)}
+        << QStringLiteral("2026-11-23T09:10:00Z") << qint64(1800 + 599);
+    QTest::newRow("paused and resumed: three stretches of 10.9 s count 30")
+        << QList<WorkSegment>{segment("2026-11-23T08:00:00.000Z", "2026-11-23T08:00:10.900Z"),
+                              segment("2026-11-23T08:01:00.000Z", "2026-11-23T08:01:10.900Z"),
+                              segment("2026-11-23T08:02:00.000Z", "2026-11-23T08:02:10.900Z")}
+        << QStringLiteral("2026-11-23T09:00:00Z") << qint64(30);
+    QTest::newRow("across the autumn DST change, in local offsets")
+        << QList<WorkSegment>{segment("2026-10-25T01:30:00+02:00", "2026-10-25T02:30:00+01:00")}
+        << QStringLiteral("2026-10-25T12:00:00Z") << qint64(7200);
+    QTest::newRow("unreadable start counts nothing, unreadable end runs to now")
+        << QList<WorkSegment>{segment("yesterday", "2026-11-23T08:30:00Z"),
+                              segment("2026-11-23T08:59:00Z", "soon"),
+                              segment("2026-11-23T08:00:00", "2026-11-23T08:30:00Z")}
+        << QStringLiteral("2026-11-23T09:00:00Z") << qint64(60);
+    QTest::newRow("an end before the start counts nothing")
+        << QList<WorkSegment>{segment("2026-11-23T09:00:00Z", "2026-11-23T08:00:00Z")}
+        << QStringLiteral("2026-11-23T09:00:00Z") << qint64(0);
+}
+
+void WorkAndSyncTest::elapsed() {
+    QFETCH(QList<WorkSegment>, segments);
+    QFETCH(QString, now);
+    QFETCH(qint64, seconds);
+    WorkSession session;
+    session.segments.assign(segments.cbegin(), segments.cend());
+    QCOMPARE(workTimerElapsedSeconds(session, QDateTime::fromString(now, Qt::ISODate)), seconds);
+}
+
+void WorkAndSyncTest::startSendsTrimmedLabelOnce() {
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/worklogs/command"),
+                        FakeReply::json(QByteArray("{}")).delayed(300));
+    QSignalSpy succeeded(&rig.model, &StatusModel::workTimerSucceeded);
+    rig.model.startWorkTimer(QStringLiteral(" \n\t "));
+    rig.model.startWorkTimer(QStringLiteral("  Client A \n"));
+    QCOMPARE(rig.model.workTimerBusyIDs(), QSet<QString>{QStringLiteral("__start__")});
+    rig.model.startWorkTimer(QStringLiteral("Client B")); // a start is in flight: ignored
+    QTRY_COMPARE(succeeded.count(), 1);
+    QTest::qWait(100);
+    QCOMPARE(rig.daemon.requests(QStringLiteral("/worklogs/command")).size(), 1);
+
+    const QJsonObject body = rig.commandBody(0);
+    QCOMPARE(body.keys(), (QStringList{QStringLiteral("action"), QStringLiteral("idempotencyKey"),
+                                       QStringLiteral("projectLabel")}));
+    QCOMPARE(body.value(QStringLiteral("action")).toString(), QStringLiteral("start"));
+    QCOMPARE(body.value(QStringLiteral("projectLabel")).toString(), QStringLiteral("Client A"));
+    static const QRegularExpression key(
+        QStringLiteral("^mac-[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"));
+    QVERIFY(key.match(body.value(QStringLiteral("idempotencyKey")).toString()).hasMatch());
+
+    // A success without a session still gives feedback and a notification.
+    QVERIFY(rig.model.workTimerBusyIDs().isEmpty());
+    QCOMPARE(rig.model.workTimerFeedback().size(), size_t(1));
+    QCOMPARE(rig.model.workTimerFeedback().back().message, QStringLiteral("Timer started"));
+    QCOMPARE(succeeded.at(0).at(3).toString(), QStringLiteral("Timer started"));
+    QCOMPARE(succeeded.at(0).at(2).value<std::optional<QString>>(),
+             std::optional<QString>(QStringLiteral("Client A")));
+}
+
+void WorkAndSyncTest::sessionCommandsAndBusySet() {
+    Rig rig;
+    QVERIFY(rig.loaded(statusWithTimer(QStringLiteral("ws_X"), QStringLiteral("Client X"))));
+    rig.daemon.setReply(QStringLiteral("/worklogs/command"),
+                        FakeReply::json(QByteArray("{}")).delayed(300));
+    QSignalSpy succeeded(&rig.model, &StatusModel::workTimerSucceeded);
+    rig.model.pauseWorkTimer(QStringLiteral("ws_X"));
+    rig.model.pauseWorkTimer(QStringLiteral("ws_X"));    // same session in flight: ignored
+    rig.model.completeWorkTimer(QStringLiteral("ws_Y")); // another session: sent
+    QCOMPARE(rig.model.workTimerBusyIDList(),
+             (QStringList{QStringLiteral("ws_X"), QStringLiteral("ws_Y")}));
+    QTRY_COMPARE(succeeded.count(), 2);
+    QCOMPARE(rig.daemon.requests(QStringLiteral("/worklogs/command")).size(), 2);
+    QCOMPARE(rig.commandBody(0).value(QStringLiteral("workSessionId")).toString(),
+             QStringLiteral("ws_X"));
+    QVERIFY(!rig.commandBody(0).contains(QStringLiteral("projectLabel")));
+    QVERIFY(rig.model.workTimerBusyIDs().isEmpty());
+    // The label comes from the status for a known session; an unknown one has none.
+    const auto &feedback = rig.model.workTimerFeedback();
+    QCOMPARE(feedback[0].projectLabel, std::optional<QString>(QStringLiteral("Client X")));
+    QCOMPARE(feedback[0].message, QStringLiteral("Timer paused"));
+    QCOMPARE(feedback[1].projectLabel, std::optional<QString>());
+    QCOMPARE(feedback[1].message, QStringLiteral("Timer completed"));
+}
+
+void WorkAndSyncTest::failuresBecomeFeedback_data() {
+    QTest::addColumn<FakeReply>("reply");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("409 with only a code")
+        << FakeReply::json(QByteArray(R"({"errorCode":"timer_already_running"})"), 409)
+        << QStringLiteral("timer_already_running");
+    QTest::newRow("422: the message wins over the code")
+        << FakeReply::json(
+               QByteArray(R"({"errorCode":"label_invalid","message":"Label too long"})"), 422)
+        << QStringLiteral("Label too long");
+    QTest::newRow("500 with an HTML body")
+        << FakeReply::html(500) << QStringLiteral("Timer command failed");
+    QTest::newRow("2xx garbage") << FakeReply::garbage()
+                                 << QStringLiteral("Timer command returned an invalid response");
+    QTest::newRow("daemon gone") << FakeReply::drop()
+                                 << QStringLiteral("Timer command failed — is the daemon running?");
+}
+
+void WorkAndSyncTest::failuresBecomeFeedback() {
+    QFETCH(FakeReply, reply);
+    QFETCH(QString, message);
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/worklogs/command"), reply);
+    QSignalSpy feedback(&rig.model, &StatusModel::workTimerFeedbackChanged);
+    QSignalSpy succeeded(&rig.model, &StatusModel::workTimerSucceeded);
+    rig.model.cancelWorkTimer(QStringLiteral("ws_1"));
+    QTRY_COMPARE(feedback.count(), 1);
+    const WorkTimerFeedback &entry = rig.model.workTimerFeedback().back();
+    QVERIFY(entry.isError);
+    QCOMPARE(entry.message, message);
+    QCOMPARE(entry.sessionId, std::optional<QString>(QStringLiteral("ws_1")));
+    QCOMPARE(succeeded.count(), 0); // no notification for a failure
+    // The status is read again all the same.
+    QTRY_VERIFY(!rig.daemon.requests(QStringLiteral("/status")).isEmpty());
+}
+
+void WorkAndSyncTest::feedbackKeepsFourNewest() {
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/worklogs/command"), FakeReply::json(QByteArray("{}")));
+    QSignalSpy feedback(&rig.model, &StatusModel::workTimerFeedbackChanged);
+    const QStringList ids{QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c"),
+                          QStringLiteral("d"), QStringLiteral("e"), QStringLiteral("f")};
+    for (const QString &id : ids) {
+        rig.model.pauseWorkTimer(id);
+        QTRY_COMPARE(feedback.count(), ids.indexOf(id) + 1);
+    }
+    QStringList kept;
+    for (const auto &entry : rig.model.workTimerFeedback())
+        kept << entry.sessionId.value_or(QString());
+    QCOMPARE(kept, ids.mid(2));
+}
+
+void WorkAndSyncTest::syncMessages_data() {
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QString>("message");
+    const auto row = [](const char *name, const char *json, const char *message) {
+        QTest::newRow(name) << QByteArray(json) << QString::fromUtf8(message);
+    };
+    row("not enrolled, one local row",
+        R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":"not-enrolled"})",
+        "Refreshed 1 local row");
+    row("not enrolled, three local rows",
+        R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled"})",
+        "Refreshed 3 local rows");
+    row("not enrolled, nothing collected",
+        R"({"ok":true,"collected":0,"pushed":0,"queued":0,"skipped":"not-enrolled"})",
+        "Not enrolled");
+    row("consent off", R"({"ok":true,"collected":4,"pushed":0,"queued":4,"skipped":"consent-off"})",
+        "Sharing paused — turn it back on in the console");
+    row("busy", R"({"ok":false,"collected":0,"pushed":0,"queued":0,"skipped":"busy"})",
+        "A sync is already running");
+    row("error", R"({"ok":false,"collected":0,"pushed":0,"queued":0,"skipped":"error"})",
+        "Sync failed — check your connection");
+    row("unknown code", R"({"ok":true,"collected":0,"pushed":0,"queued":0,"skipped":"consent-on"})",
+        "Nothing to sync");
+    row("one pushed", R"({"ok":true,"collected":1,"pushed":1,"queued":0})", "Synced 1 row");
+    row("twelve pushed", R"({"ok":true,"collected":12,"pushed":12,"queued":0})", "Synced 12 rows");
+    row("nothing pushed", R"({"ok":true,"collected":0,"pushed":0,"queued":0})",
+        "Already up to date");
+    row("unreadable answer", "<html>", "Sync failed — is the daemon running?");
+}
+
+void WorkAndSyncTest::syncMessages() {
+    QFETCH(QByteArray, reply);
+    QFETCH(QString, message);
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/sync"), FakeReply::json(reply));
+    QSignalSpy finished(&rig.model, &StatusModel::syncFinished);
+    rig.model.syncNow();
+    QVERIFY(rig.model.syncing());
+    QVERIFY(finished.wait(3000));
+    QVERIFY(!rig.model.syncing());
+    QCOMPARE(rig.model.syncMessage(), message);
+    // Followed by a fresh status read, so the popover shows the new counts.
+    QTRY_VERIFY(!rig.daemon.requests(QStringLiteral("/status")).isEmpty());
+}
+
+void WorkAndSyncTest::secondSyncPressIsIgnored() {
+    Rig rig;
+    rig.daemon.refuse();
+    QSignalSpy finished(&rig.model, &StatusModel::syncFinished);
+    rig.model.syncNow();
+    rig.model.syncNow();
+    QVERIFY(finished.wait(3000));
+    QTest::qWait(100);
+    QCOMPARE(finished.count(), 1);
+    QCOMPARE(rig.model.syncMessage(), QStringLiteral("Sync failed — is the daemon running?"));
+    QVERIFY(!rig.model.syncing());
+}
+
+void WorkAndSyncTest::localConsole_data() {
+    QTest::addColumn<int>("failuresFirst");
+    QTest::addColumn<bool>("browserAccepts");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("handoff on the sixth attempt") << 5 << true << QString();
+    QTest::newRow("no handoff after six attempts")
+        << 6 << true << QStringLiteral("Restart app and retry");
+    QTest::newRow("browser refuses") << 0 << false << QStringLiteral("Open browser and retry");
+}
+
+void WorkAndSyncTest::localConsole() {
+    QFETCH(int, failuresFirst);
+    QFETCH(bool, browserAccepts);
+    QFETCH(QString, message);
+    Rig rig;
+    if (failuresFirst > 0)
+        rig.daemon.enqueue(QStringLiteral("/local-view/handoff"), FakeReply::error(503),
+                           failuresFirst);
+    rig.daemon.setReply(
+        QStringLiteral("/local-view/handoff"),
+        FakeReply::json(QByteArray(R"({"handoff":"tok-9Z","expiresAt":1795424460000})")));
+    QList<QUrl> opened;
+    rig.model.setUrlOpener([&](const QUrl &url) {
+        opened << url;
+        return browserAccepts;
+    });
+    QSignalSpy finished(&rig.model, &StatusModel::localConsoleFinished);
+    const QUrl page(QStringLiteral("https://console.example.test/local"));
+    rig.model.openLocalConsole(page);
+    rig.model.openLocalConsole(page); // ignored while the first is under way
+    QVERIFY(rig.model.openingLocalConsole());
+    QVERIFY(finished.wait(5000));
+    QTest::qWait(50);
+    QCOMPARE(finished.count(), 1);
+    QVERIFY(!rig.model.openingLocalConsole());
+    QCOMPARE(rig.model.localConsoleMessage(), message);
+    QCOMPARE(rig.daemon.requests(QStringLiteral("/local-view/handoff")).size(),
+             qsizetype(std::min(failuresFirst + 1, 6)));
+    if (failuresFirst >= 6) {
+        QVERIFY(opened.isEmpty());
+        return;
+    }
+    QCOMPARE(opened.size(), 1);
+    // The token travels only in the fragment, which the browser keeps to itself.
+    QCOMPARE(opened[0].toString(),
+             QStringLiteral("https://console.example.test/local#handoff=tok-9Z"));
+    QVERIFY(!opened[0].hasQuery());
+}
+
+void WorkAndSyncTest::sharingSummary_data() {
+    QTest::addColumn<int>("shared");
+    QTest::addColumn<int>("total");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("no projects") << 0 << 0
+                                 << QStringLiteral("Choose project sharing in the web console.");
+    QTest::newRow("one, not shared")
+        << 0 << 1 << QStringLiteral("1 project label available in console.");
+    QTest::newRow("three, none shared")
+        << 0 << 3 << QStringLiteral("3 project labels available in console.");
+    QTest::newRow("one shared") << 1 << 4
+                                << QStringLiteral(
+                                       "1 project label shared. Details stay in console.");
+    QTest::newRow("two of five") << 2 << 5
+                                 << QStringLiteral(
+                                        "2 project labels shared. Details stay in console.");
+}
+
+void WorkAndSyncTest::sharingSummary() {
+    QFETCH(int, shared);
+    QFETCH(int, total);
+    QFETCH(QString, text);
+    ConsentState consent;
+    for (int i = 0; i < total; ++i)
+        consent.projects.append(QString::number(i), ProjectConsent{i < shared});
+    const SharingCounts counts = sharingCounts(consent);
+    QCOMPARE(counts.shared, qsizetype(shared));
+    QCOMPARE(counts.total, qsizetype(total));
+    QCOMPARE(quonbrix::sharingSummary(counts), text);
+}
+
+QTEST_GUILESS_MAIN(WorkAndSyncTest)
+#include "test_work_and_sync.moc"
