@@ -28,6 +28,7 @@ public:
 
     StatusModel &model() { return *m_model; }
     MeterClient &client() { return *m_client; }
+    const Environment &environment() const { return m_env; }
 
     // Starts the refresh loop and the heartbeats, then the daemon. Once.
     void launch();

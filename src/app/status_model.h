@@ -86,6 +86,8 @@ public:
     // Opens the local console page `base` in the browser with a one-time handoff token in the
     // URL fragment. Ignored while one is opening.
     void openLocalConsole(const QUrl &base);
+    // Hands a URL to the browser; false when the desktop refused it or there is no opener.
+    bool openUrl(const QUrl &url) const { return m_openUrl && m_openUrl(url); }
     // How URLs reach the browser: true when the desktop accepted the URL.
     void setUrlOpener(std::function<bool(const QUrl &)> opener) { m_openUrl = std::move(opener); }
 

@@ -4,13 +4,19 @@
 
 namespace quonbrix {
 
-PopoverModel::PopoverModel(StatusModel *status, QString trayHint, QObject *parent)
+PopoverModel::PopoverModel(StatusModel *status, QString trayHint, WorkPanelModel::Links links,
+                           QObject *parent)
     : QObject(parent)
     , m_status(status)
-    , m_trayHint(std::move(trayHint)) {
+    , m_trayHint(std::move(trayHint))
+    , m_work(new WorkPanelModel(status, std::move(links), this)) {
     connect(m_status, &StatusModel::statusChanged, this, &PopoverModel::headerChanged);
     connect(m_status, &StatusModel::statusChanged, this, &PopoverModel::refreshTexts);
     refreshTexts();
+}
+
+QUrl PopoverModel::quitSymbol() const {
+    return symbolSource(QStringLiteral("power"));
 }
 
 QUrl PopoverModel::symbol(const QString &name) const {

@@ -2,6 +2,7 @@
 
 #include "app/status_model.h"
 #include "ui/popover_panels.h"
+#include "ui/work_panel_model.h"
 
 #include <QObject>
 #include <QString>
@@ -27,6 +28,8 @@ class PopoverModel : public QObject {
     Q_PROPERTY(QString trayHint READ trayHint CONSTANT)
     Q_PROPERTY(QString quitLabel READ quitLabel CONSTANT)
     Q_PROPERTY(QString quitHelp READ quitHelp CONSTANT)
+    Q_PROPERTY(QUrl quitSymbol READ quitSymbol CONSTANT)
+    Q_PROPERTY(quonbrix::WorkPanelModel *work READ work CONSTANT)
 
     // The limits panel, or its unavailable form when there is no reading at all.
     Q_PROPERTY(QString limitsTitle READ limitsTitle CONSTANT)
@@ -42,7 +45,9 @@ class PopoverModel : public QObject {
 public:
     // `trayHint` is shown under the header when the desktop has no tray to hold the icon;
     // empty otherwise.
-    PopoverModel(StatusModel *status, QString trayHint, QObject *parent = nullptr);
+    PopoverModel(StatusModel *status, QString trayHint,
+                 WorkPanelModel::Links links = WorkPanelModel::linksFrom({}),
+                 QObject *parent = nullptr);
 
     QString title() const { return QStringLiteral("quon-brix"); }
     QString statusPill() const;
@@ -53,6 +58,8 @@ public:
     QString quitLabel() const { return QStringLiteral("Quit"); }
     QString quitHelp() const { return QStringLiteral("Stop the meter and quit QuonBrix"); }
 
+    WorkPanelModel *work() const { return m_work; }
+    QUrl quitSymbol() const;
     Q_INVOKABLE void quit();
     // The image for one of the screens' symbol names (theme icon or bundled drawing).
     Q_INVOKABLE QUrl symbol(const QString &name) const;
@@ -83,6 +90,7 @@ Q_SIGNALS:
 private:
     StatusModel *m_status;
     QString m_trayHint;
+    WorkPanelModel *m_work;
     const Clock *m_clock = &SystemClock::instance();
     QLocale m_locale;
     QTimeZone m_zone = QTimeZone::systemTimeZone();

@@ -64,6 +64,8 @@ bool PopoverWindow::load() {
         m_loadFailed = true;
         return false;
     }
+    connect(m_window, &QWindow::visibleChanged, this,
+            [this](bool visible) { m_model->work()->setShown(visible); });
     if (m_mode == Mode::Popup) {
         m_window->setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
         connect(m_window, &QWindow::activeChanged, this, [this] {
@@ -81,6 +83,9 @@ bool PopoverWindow::load() {
 bool PopoverWindow::open(std::optional<QRect> trayIcon) {
     if (!load())
         return false;
+    // Never taller than the screen; the QML scrolls what does not fit.
+    if (QScreen *screen = QGuiApplication::primaryScreen())
+        m_window->setMaximumHeight(screen->availableGeometry().height() - 24);
     if (m_mode == Mode::Popup) {
         const QPoint cursor = QCursor::pos();
         QScreen *screen = trayIcon ? QGuiApplication::screenAt(trayIcon->center()) : nullptr;

@@ -3,6 +3,7 @@
 #include "app/app_core.h"
 #include "ui/popover_model.h"
 
+#include <QDesktopServices>
 #include <QMenu>
 #include <QSystemTrayIcon>
 
@@ -15,12 +16,14 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     , m_popoverModel(new PopoverModel(
           &core.model(),
           m_options.trayAvailable ? QString() : PopoverModel::noTrayHint(m_options.currentDesktop),
-          this))
+          WorkPanelModel::linksFrom(core.environment()), this))
     , m_popover(new PopoverWindow(m_popoverModel,
                                   m_options.trayAvailable && m_options.canPlaceWindows
                                       ? PopoverWindow::Mode::Popup
                                       : PopoverWindow::Mode::Window,
                                   this)) {
+    // The browser gets URLs through the desktop (xdg-open or the portal), never a shell.
+    core.model().setUrlOpener([](const QUrl &url) { return QDesktopServices::openUrl(url); });
     connect(m_popoverModel, &PopoverModel::quitRequested, this, &TrayShell::quitRequested);
     connect(m_popover, &PopoverWindow::opened, this, [this] { m_core.popoverShown(); });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);

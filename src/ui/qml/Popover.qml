@@ -12,10 +12,20 @@ Window {
     height: content.implicitHeight + 24
     color: palette.window
 
+    // Scrolls when the window is held to the screen's height (the app sets the limit).
+    Flickable {
+        id: flick
+        anchors.fill: parent
+        contentHeight: content.implicitHeight + 24
+        boundsBehavior: Flickable.StopAtBounds
+        clip: true
+        ScrollBar.vertical: ScrollBar {}
+
     ColumnLayout {
         id: content
-        anchors.fill: parent
-        anchors.margins: 12
+        x: 12
+        y: 12
+        width: flick.width - 24
         spacing: 10
 
         PopoverHeader {
@@ -60,9 +70,28 @@ Window {
             model: root.model
         }
 
+        WorkPanel {
+            Layout.fillWidth: true
+            visible: !root.model.loading
+            work: root.model.work
+        }
+
+        ProjectsPanel {
+            Layout.fillWidth: true
+            visible: !root.model.loading
+            work: root.model.work
+        }
+
+        SharingPanel {
+            Layout.fillWidth: true
+            visible: !root.model.loading && root.model.work.showSharing
+            work: root.model.work
+        }
+
         PopoverFooter {
             Layout.fillWidth: true
             model: root.model
         }
+    }
     }
 }

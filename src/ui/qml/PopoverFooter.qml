@@ -14,17 +14,36 @@ ColumnLayout {
         color: palette.mid
     }
 
+    Repeater {
+        model: footer.model.work.messages
+        delegate: Label {
+            required property string modelData
+            Layout.fillWidth: true
+            text: modelData
+            font.pixelSize: 11
+            wrapMode: Text.WordWrap
+        }
+    }
+    Label {
+        text: footer.model.work.syncDetail
+        font.pixelSize: 10
+        color: palette.placeholderText
+    }
+
     RowLayout {
         Layout.fillWidth: true
+        FooterButton {
+            spec: footer.model.work.workspace
+            onClicked: footer.model.work.openWorkspace()
+        }
+        FooterButton {
+            spec: footer.model.work.meter
+            onClicked: footer.model.work.openMeter()
+        }
         Item { Layout.fillWidth: true }
-        ToolButton {
-            text: footer.model.quitLabel
-            icon.source: footer.model.symbol("power")
-            display: AbstractButton.TextUnderIcon
-            ToolTip.visible: hovered
-            ToolTip.text: footer.model.quitHelp
-            Accessible.name: footer.model.quitLabel
-            Accessible.description: footer.model.quitHelp
+        FooterButton {
+            spec: ({ label: footer.model.quitLabel, help: footer.model.quitHelp,
+                     symbol: footer.model.quitSymbol, enabled: true })
             onClicked: footer.model.quit()
         }
     }

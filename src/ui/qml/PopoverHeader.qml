@@ -35,4 +35,18 @@ RowLayout {
             color: palette.placeholderText
         }
     }
+
+    Button {
+        visible: !header.model.loading
+        text: header.model.work.update.label
+        icon.source: header.model.work.update.symbol
+        enabled: header.model.work.update.enabled
+        font.pixelSize: 11
+        focusPolicy: Qt.StrongFocus
+        ToolTip.visible: hovered
+        ToolTip.text: header.model.work.update.help
+        Accessible.name: header.model.work.update.label
+        Accessible.description: header.model.work.update.help
+        onClicked: header.model.work.syncNow()
+    }
 }
