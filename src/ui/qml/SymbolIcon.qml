@@ -1,13 +1,13 @@
 import QtQuick
 
-// One of the screens' symbols, already resolved to an image by the model.
+// One of the screens' symbols, already resolved to an image by the model. Keeps its place
+// when there is none, so rows with and without a symbol line up.
 Item {
     id: icon
     property alias source: image.source
     property int size: 14
     implicitWidth: size
     implicitHeight: size
-    visible: image.source != ""
 
     Image {
         id: image
