@@ -146,7 +146,9 @@ void StatusModel::syncNow() {
         Q_EMIT syncingChanged();
         m_syncMessage = syncResultMessage(reply.value);
         Q_EMIT syncMessageChanged();
-        Q_EMIT syncFinished();
+        const auto &skipped = reply.value ? reply.value->skipped : std::nullopt;
+        Q_EMIT syncFinished(reply.value && skipped != QLatin1String("error") &&
+                            skipped != QLatin1String("busy"));
         load();
     });
 }

@@ -106,8 +106,9 @@ Q_SIGNALS:
     // A timer command succeeded; the shell turns this into a desktop notification.
     void workTimerSucceeded(const QString &action, const QString &sessionId,
                             const std::optional<QString> &projectLabel, const QString &message);
-    // A sync or console command finished (after its message was set).
-    void syncFinished();
+    // A sync or console command finished (after its message was set). A sync is `ok` unless
+    // the daemon could not be asked or reported an error or a sync already running.
+    void syncFinished(bool ok);
     void localConsoleFinished();
 
 private:

@@ -1,13 +1,17 @@
 #include "cli/cli.h"
 
 #include "app/status_model.h"
+#include "app/web_links.h"
 #include "daemon_link/json_codec.h"
 #include "daemon_link/meter_client.h"
 #include "features/formatting.h"
 #include "features/provider_limits.h"
+#include "features/work_timers.h"
 #include "platform/unix_signals.h"
+#include "platform/url_opener.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QDateTime>
 #include <QEventLoop>
 #include <QJsonDocument>
@@ -30,6 +34,12 @@ Commands:
   status --json     print the daemon's status record as JSON
   status --waybar   print one JSON object for a waybar custom module
   status --watch    print a line whenever the status or the daemon's health changes
+  timer list        list the open work timers: id, state, elapsed time, project
+  timer start LABEL start a work timer for a project label
+  timer pause|resume|complete|cancel ID
+                    act on an open work timer
+  sync              ask the daemon to collect and push usage now
+  console           open this machine's private local console in the browser
 
 Options:
   -h, --help        show this help and exit
@@ -222,6 +232,102 @@ QString watchLine(const std::optional<DaemonStatus> &status, const QString &base
     return line;
 }
 
+// Runs `start` against a fresh model and waits for `finished`; returns its exit code.
+template <class Signal, class Handler>
+int runModelCommand(StatusModel &model, Signal finished, Handler handler,
+                    const std::function<void()> &start) {
+    QEventLoop loop;
+    int code = 1;
+    QObject::connect(&model, finished, &loop, [&](auto... args) {
+        code = handler(args...);
+        loop.quit();
+    });
+    start();
+    loop.exec();
+    return code;
+}
+
+int timerCommand(const QStringList &args, MeterClient &client, const Environment &env) {
+    static const QStringList sessionActions{QStringLiteral("pause"), QStringLiteral("resume"),
+                                            QStringLiteral("complete"), QStringLiteral("cancel")};
+    const QString action = args.value(0);
+    StatusModel model(&client, env);
+    if (action == QLatin1String("list") && args.size() == 1) {
+        const Reply<DaemonStatus> reply = readStatusOnce(client);
+        if (!reply.value) {
+            err() << "quonbrix: " << failureLine(reply.failure, client.base()) << Qt::endl;
+            return 1;
+        }
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        for (const WorkSession &s : reply.value->workTimers.value_or(std::vector<WorkSession>{}))
+            out() << s.id << '\t' << s.status << '\t'
+                  << formatElapsedClock(workTimerElapsedSeconds(s, now)) << '\t' << s.projectLabel
+                  << Qt::endl;
+        return 0;
+    }
+    const auto report = [&model]() {
+        const WorkTimerFeedback &last = model.workTimerFeedback().back();
+        (last.isError ? err() : out()) << last.message << Qt::endl;
+        return last.isError ? 1 : 0;
+    };
+    if (action == QLatin1String("start") && args.size() >= 2) {
+        const QString label = args.mid(1).join(u' ');
+        if (!trimmedProjectLabel(label)) {
+            err() << "quonbrix: the project label is empty" << Qt::endl;
+            return 2;
+        }
+        return runModelCommand(model, &StatusModel::workTimerFeedbackChanged, report,
+                               [&] { model.startWorkTimer(label); });
+    }
+    if (sessionActions.contains(action) && args.size() == 2 && !args.at(1).isEmpty()) {
+        const QString id = args.at(1);
+        return runModelCommand(model, &StatusModel::workTimerFeedbackChanged, report, [&] {
+            if (action == QLatin1String("pause"))
+                model.pauseWorkTimer(id);
+            else if (action == QLatin1String("resume"))
+                model.resumeWorkTimer(id);
+            else if (action == QLatin1String("complete"))
+                model.completeWorkTimer(id);
+            else
+                model.cancelWorkTimer(id);
+        });
+    }
+    err() << "quonbrix: usage: quonbrix timer list | start LABEL | pause|resume|complete|cancel "
+             "ID"
+          << Qt::endl;
+    return 2;
+}
+
+int syncCommand(MeterClient &client, const Environment &env) {
+    StatusModel model(&client, env);
+    return runModelCommand(
+        model, &StatusModel::syncFinished,
+        [&model](bool ok) {
+            (ok ? out() : err()) << model.syncMessage() << Qt::endl;
+            return ok ? 0 : 1;
+        },
+        [&] { model.syncNow(); });
+}
+
+int consoleCommand(MeterClient &client, const Environment &env) {
+    StatusModel model(&client, env);
+    // No command line fallback: the link carries a one-time token.
+    const UrlOpener opener(QDBusConnection::sessionBus(), nullptr);
+    model.setUrlOpener([&opener](const QUrl &url) { return opener.open(url); });
+    const QUrl page = WebLinks::from(env).localConsole;
+    return runModelCommand(
+        model, &StatusModel::localConsoleFinished,
+        [&model]() {
+            if (model.localConsoleMessage().isEmpty()) {
+                out() << "Opened the local console in the browser" << Qt::endl;
+                return 0;
+            }
+            err() << model.localConsoleMessage() << Qt::endl;
+            return 1;
+        },
+        [&] { model.openLocalConsole(page); });
+}
+
 int run(const QStringList &args, const Environment &env) {
     const QString command = args.value(0);
     if (command == QLatin1String("-h") || command == QLatin1String("--help") ||
@@ -234,14 +340,27 @@ int run(const QStringList &args, const Environment &env) {
         out() << "quonbrix " << QUONBRIX_VERSION << Qt::endl;
         return 0;
     }
-    if (command == QLatin1String("status")) {
+    static const QStringList daemonCommands{QStringLiteral("status"), QStringLiteral("timer"),
+                                            QStringLiteral("sync"), QStringLiteral("console")};
+    if (daemonCommands.contains(command)) {
         const QString base = MeterClient::baseFromEnvironment(env);
         if (!MeterClient::isUsableBase(base)) {
             err() << "quonbrix: QUON_BRIX_ADMIN_PORT does not make a valid daemon URL (" << base
                   << ")" << Qt::endl;
             return 2;
         }
-        return status(args.mid(1), base, env);
+        if (command == QLatin1String("status"))
+            return status(args.mid(1), base, env);
+        MeterClient client(base);
+        if (command == QLatin1String("timer"))
+            return timerCommand(args.mid(1), client, env);
+        if (args.size() != 1) {
+            err() << "quonbrix: " << command << " takes no arguments" << Qt::endl;
+            return 2;
+        }
+        if (command == QLatin1String("sync"))
+            return syncCommand(client, env);
+        return consoleCommand(client, env);
     }
     err() << "quonbrix: unknown command '" << command << "'. Try 'quonbrix --help'." << Qt::endl;
     return 2;

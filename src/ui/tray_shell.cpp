@@ -1,6 +1,7 @@
 #include "ui/tray_shell.h"
 
 #include "app/app_core.h"
+#include "platform/url_opener.h"
 #include "ui/popover_model.h"
 
 #include <QDesktopServices>
@@ -22,8 +23,10 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
                                       ? PopoverWindow::Mode::Popup
                                       : PopoverWindow::Mode::Window,
                                   this)) {
-    // The browser gets URLs through the desktop (xdg-open or the portal), never a shell.
-    core.model().setUrlOpener([](const QUrl &url) { return QDesktopServices::openUrl(url); });
+    core.model().setUrlOpener(
+        [opener = UrlOpener(QDBusConnection::sessionBus(), [](const QUrl &url) {
+             return QDesktopServices::openUrl(url);
+         })](const QUrl &url) { return opener.open(url); });
     connect(m_popoverModel, &PopoverModel::quitRequested, this, &TrayShell::quitRequested);
     connect(m_popover, &PopoverWindow::opened, this, [this] { m_core.popoverShown(); });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);

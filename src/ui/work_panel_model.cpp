@@ -11,8 +11,6 @@ namespace quonbrix {
 
 namespace {
 
-const QString consoleDefault = QStringLiteral("https://console.quon.app");
-
 bool isOpen(const WorkSession &session) {
     return !session.completedAt && session.status != QLatin1String("completed") &&
            session.status != QLatin1String("cancelled");
@@ -27,15 +25,6 @@ QVariantMap button(const QString &label, const QString &symbol, const QString &h
 }
 
 } // namespace
-
-WorkPanelModel::Links WorkPanelModel::linksFrom(const Environment &env) {
-    QString base = env.value(QStringLiteral("QUON_CONSOLE_URL"), QString());
-    if (!base.startsWith(QLatin1String("http")))
-        base = consoleDefault;
-    if (base.endsWith(u'/'))
-        base.chop(1);
-    return {QUrl(base), QUrl(base + QStringLiteral("/local"))};
-}
 
 WorkPanelModel::WorkPanelModel(StatusModel *status, Links links, QObject *parent)
     : QObject(parent)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/status_model.h"
+#include "app/web_links.h"
 
 #include <QObject>
 #include <QTimer>
@@ -43,13 +44,8 @@ class WorkPanelModel : public QObject {
     Q_PROPERTY(QStringList messages READ messages NOTIFY commandsChanged)
 
 public:
-    struct Links {
-        QUrl workspace;    // the web console
-        QUrl localConsole; // its page for this machine's private meter
-    };
-    // The web console's base from QUON_CONSOLE_URL (used when it starts with "http"), else
-    // the product's; the local console is its "/local" page.
-    static Links linksFrom(const Environment &env);
+    using Links = WebLinks;
+    static Links linksFrom(const Environment &env) { return WebLinks::from(env); }
 
     WorkPanelModel(StatusModel *status, Links links, QObject *parent = nullptr);
 
