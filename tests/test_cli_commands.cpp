@@ -1,0 +1,219 @@
+// The terminal commands for timers, sync and the local console: the real quonbrix binary
+// against the stand-in daemon, on a private session bus where the test plays the desktop
+// portal that hands URLs to the browser.
+
+#include <QDBusConnection>
+#include <QDBusObjectPath>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+class FakePortal : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.OpenURI")
+
+public:
+    QStringList opened;
+
+public Q_SLOTS:
+    QDBusObjectPath OpenURI(const QString &, const QString &uri, const QVariantMap &) {
+        opened << uri;
+        return QDBusObjectPath(QStringLiteral("/org/freedesktop/portal/desktop/request/1_1/t"));
+    }
+};
+
+struct Result {
+    int code = -1;
+    QString out;
+    QString err;
+};
+
+} // namespace
+
+class CliCommandsTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void timers();
+    void syncExitCodes_data();
+    void syncExitCodes();
+    void consoleNeedsThePortal();
+    void consoleThroughThePortal();
+
+private:
+    // Runs quonbrix with `args`, keeping this process's event loop (and the fake portal)
+    // running meanwhile.
+    Result quonbrix(const QStringList &args, const QProcessEnvironment &extra = {});
+    bool startSim(const QStringList &extraEnv = {});
+    void stopSim();
+
+    QTemporaryDir m_home;
+    QProcess m_sim;
+    QString m_port;
+};
+
+void CliCommandsTest::initTestCase() {
+    if (!QDBusConnection::sessionBus().isConnected())
+        QSKIP("no session bus: run under dbus-run-session");
+    QVERIFY(startSim());
+}
+
+void CliCommandsTest::cleanupTestCase() {
+    stopSim();
+}
+
+bool CliCommandsTest::startSim(const QStringList &extraEnv) {
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("HOME"), m_home.path());
+    env.insert(QStringLiteral("BRIXD_SIM_SCENARIO"), QStringLiteral("timers-running"));
+    for (const QString &kv : extraEnv)
+        env.insert(kv.section(u'=', 0, 0), kv.section(u'=', 1));
+    m_sim.setProcessEnvironment(env);
+    m_sim.start(QStringLiteral(QUONBRIX_BIN_DIR "/brixd-sim"),
+                {QStringLiteral("run"), QStringLiteral("--port"), QStringLiteral("0")});
+    static const QRegularExpression serving(QStringLiteral("http://127\\.0\\.0\\.1:(\\d+)"));
+    QByteArray log;
+    for (int i = 0; i < 100; ++i) {
+        m_sim.waitForReadyRead(100);
+        log += m_sim.readAllStandardError();
+        const auto m = serving.match(QString::fromUtf8(log));
+        if (m.hasMatch()) {
+            m_port = m.captured(1);
+            return true;
+        }
+    }
+    return false;
+}
+
+void CliCommandsTest::stopSim() {
+    m_sim.terminate();
+    m_sim.waitForFinished(3000);
+}
+
+Result CliCommandsTest::quonbrix(const QStringList &args, const QProcessEnvironment &extra) {
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), m_home.path());
+    env.insert(QStringLiteral("QUON_BRIX_ADMIN_PORT"), m_port);
+    env.insert(QStringLiteral("QUON_CONSOLE_URL"), QStringLiteral("https://console.example.test/"));
+    env.insert(extra);
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral(QUONBRIX_BIN_DIR "/quonbrix"), args);
+    if (!p.waitForStarted(5000))
+        return {};
+    QElapsedTimer t;
+    t.start();
+    while (p.state() != QProcess::NotRunning && t.elapsed() < 15000)
+        QTest::qWait(20);
+    return {p.exitCode(), QString::fromUtf8(p.readAllStandardOutput()),
+            QString::fromUtf8(p.readAllStandardError())};
+}
+
+void CliCommandsTest::timers() {
+    Result r =
+        quonbrix({QStringLiteral("timer"), QStringLiteral("start"), QStringLiteral("  Client Z ")});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QStringLiteral("Timer started\n"));
+
+    r = quonbrix({QStringLiteral("timer"), QStringLiteral("list")});
+    QCOMPARE(r.code, 0);
+    const QStringList lines = r.out.split(u'\n', Qt::SkipEmptyParts);
+    const auto mine = std::find_if(lines.cbegin(), lines.cend(), [](const QString &l) {
+        return l.endsWith(QLatin1String("\tClient Z"));
+    });
+    QVERIFY2(mine != lines.cend(), qPrintable(r.out));
+    const QString id = mine->section(u'\t', 0, 0);
+    QCOMPARE(mine->section(u'\t', 1, 1), QStringLiteral("running"));
+    QVERIFY(QRegularExpression(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d$"))
+                .match(mine->section(u'\t', 2, 2))
+                .hasMatch());
+
+    r = quonbrix({QStringLiteral("timer"), QStringLiteral("pause"), id});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QStringLiteral("Timer paused\n"));
+    r = quonbrix({QStringLiteral("timer"), QStringLiteral("complete"), id});
+    QCOMPARE(r.out, QStringLiteral("Timer completed\n"));
+
+    // The daemon's refusal is the message, on stderr, with exit code 1.
+    r = quonbrix({QStringLiteral("timer"), QStringLiteral("cancel"), QStringLiteral("ws_none")});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.out.isEmpty());
+    QVERIFY(!r.err.trimmed().isEmpty());
+
+    // Usage errors.
+    QCOMPARE(quonbrix({QStringLiteral("timer"), QStringLiteral("start"), QStringLiteral(" ")}).code,
+             2);
+    QCOMPARE(quonbrix({QStringLiteral("timer"), QStringLiteral("pause")}).code, 2);
+    QCOMPARE(quonbrix({QStringLiteral("sync"), QStringLiteral("now")}).code, 2);
+}
+
+void CliCommandsTest::syncExitCodes_data() {
+    QTest::addColumn<QString>("skip");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("local rows refreshed") << QString() << 0 << "";
+    QTest::newRow("sync already running")
+        << QStringLiteral("busy") << 1 << QStringLiteral("A sync is already running");
+    QTest::newRow("cloud error") << QStringLiteral("error") << 1
+                                 << QStringLiteral("Sync failed — check your connection");
+}
+
+void CliCommandsTest::syncExitCodes() {
+    QFETCH(QString, skip);
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    if (!skip.isEmpty()) {
+        stopSim();
+        QVERIFY(startSim({QStringLiteral("BRIXD_SIM_SYNC_SKIP=") + skip}));
+    }
+    const Result r = quonbrix({QStringLiteral("sync")});
+    QCOMPARE(r.code, code);
+    if (code == 0)
+        QVERIFY2(r.out.startsWith(QLatin1String("Refreshed ")) ||
+                     r.out.startsWith(QLatin1String("Synced ")),
+                 qPrintable(r.out));
+    else
+        QVERIFY2(r.err.contains(message), qPrintable(r.err));
+    if (!skip.isEmpty()) {
+        stopSim();
+        QVERIFY(startSim());
+    }
+}
+
+void CliCommandsTest::consoleNeedsThePortal() {
+    const Result r = quonbrix({QStringLiteral("console")});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.err.contains(QLatin1String("Open browser and retry")));
+    // Whatever went wrong, the token is nowhere in what the command printed.
+    QVERIFY(!r.err.contains(QLatin1String("handoff=")));
+}
+
+void CliCommandsTest::consoleThroughThePortal() {
+    FakePortal portal;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    QVERIFY(bus.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), &portal,
+                               QDBusConnection::ExportAllSlots));
+    QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
+
+    const Result r = quonbrix({QStringLiteral("console")});
+    bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
+    bus.unregisterObject(QStringLiteral("/org/freedesktop/portal/desktop"));
+    QCOMPARE(r.code, 0);
+    QCOMPARE(portal.opened.size(), 1);
+    const QUrl url(portal.opened.first());
+    QCOMPARE(url.adjusted(QUrl::RemoveFragment).toString(),
+             QStringLiteral("https://console.example.test/local"));
+    QVERIFY(url.fragment().startsWith(QLatin1String("handoff=")));
+    QVERIFY(url.fragment().size() > 8);
+    QVERIFY(!url.hasQuery());
+    QVERIFY(!r.out.contains(url.fragment()) && !r.err.contains(url.fragment()));
+}
+
+QTEST_GUILESS_MAIN(CliCommandsTest)
+#include "test_cli_commands.moc"
