@@ -3,15 +3,15 @@ import QtQuick.Controls
 
 // A footer command: its symbol above a short caption.
 ToolButton {
-    required property var spec
-    text: spec.label
-    icon.source: spec.symbol
+    required property var command
+    text: command.label
+    icon.source: command.symbol
     display: AbstractButton.TextUnderIcon
-    enabled: spec.enabled
+    enabled: command.enabled
     focusPolicy: Qt.StrongFocus
     font.pixelSize: 11
     ToolTip.visible: hovered
-    ToolTip.text: spec.help
-    Accessible.name: spec.label
-    Accessible.description: spec.help
+    ToolTip.text: command.help
+    Accessible.name: command.label
+    Accessible.description: command.help
 }

@@ -4,15 +4,15 @@ import QtQuick.Controls
 // A small button showing one symbol, with its help as tooltip and accessible description.
 ToolButton {
     id: control
-    required property var spec
-    icon.source: spec.symbol
+    required property var command
+    icon.source: command.symbol
     icon.width: 14
     icon.height: 14
     display: AbstractButton.IconOnly
-    enabled: spec.enabled
+    enabled: command.enabled
     focusPolicy: Qt.StrongFocus
     ToolTip.visible: hovered
-    ToolTip.text: spec.help
-    Accessible.name: spec.label
-    Accessible.description: spec.help
+    ToolTip.text: command.help
+    Accessible.name: command.label
+    Accessible.description: command.help
 }

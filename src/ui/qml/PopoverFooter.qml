@@ -33,16 +33,16 @@ ColumnLayout {
     RowLayout {
         Layout.fillWidth: true
         FooterButton {
-            spec: footer.model.work.workspace
+            command: footer.model.work.workspace
             onClicked: footer.model.work.openWorkspace()
         }
         FooterButton {
-            spec: footer.model.work.meter
+            command: footer.model.work.meter
             onClicked: footer.model.work.openMeter()
         }
         Item { Layout.fillWidth: true }
         FooterButton {
-            spec: ({ label: footer.model.quitLabel, help: footer.model.quitHelp,
+            command: ({ label: footer.model.quitLabel, help: footer.model.quitHelp,
                      symbol: footer.model.quitSymbol, enabled: true })
             onClicked: footer.model.quit()
         }

@@ -75,15 +75,15 @@ SectionPanel {
                 }
             }
             IconButton {
-                spec: timer.modelData.primary
+                command: timer.modelData.primary
                 onClicked: panel.work.timerAction(timer.modelData.primaryAction, timer.modelData.id)
             }
             IconButton {
-                spec: timer.modelData.complete
+                command: timer.modelData.complete
                 onClicked: panel.work.timerAction("complete", timer.modelData.id)
             }
             IconButton {
-                spec: timer.modelData.cancel
+                command: timer.modelData.cancel
                 onClicked: panel.work.timerAction("cancel", timer.modelData.id)
             }
         }
