@@ -73,11 +73,6 @@ private:
     Window m_window;
 };
 
-QJsonObject lastHeartbeat(const FakeDaemon &daemon) {
-    const auto beats = daemon.requests(QStringLiteral("/attention/heartbeat"));
-    return beats.isEmpty() ? QJsonObject() : QJsonDocument::fromJson(beats.last().body).object();
-}
-
 } // namespace
 
 class DesktopX11Test : public QObject {
@@ -92,6 +87,10 @@ private Q_SLOTS:
     void vanishedWindowIsNotAnError();
 
 private:
+    // One heartbeat from the status model with this session as its sources, as the daemon
+    // receives it.
+    QJsonObject heartbeatBody();
+
     QString m_display;
     Display *m_dpy = nullptr;
     std::unique_ptr<X11DesktopSession> m_session;
@@ -126,19 +125,23 @@ void DesktopX11Test::cleanupTestCase() {
         XCloseDisplay(m_dpy);
 }
 
-void DesktopX11Test::focusedWindowReachesHeartbeat() {
-    ProbeWindow window(m_dpy, "QbFocusProbe", "secret-plan.txt - Probe");
-    QVERIFY(window.activate());
-    QTRY_VERIFY_WITH_TIMEOUT(m_session->foregroundApp().has_value(), 3000);
-
+QJsonObject DesktopX11Test::heartbeatBody() {
     FakeDaemon daemon;
     MeterClient client(daemon.base());
     StatusModel model(&client, daemon.environment(m_dataHome.path()));
     model.setAttentionSources(m_session.get(), m_session.get(), &SystemClock::instance());
     model.sendAttentionHeartbeat();
-    QVERIFY(daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 1));
+    if (!daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 1))
+        return {};
+    return daemon.requests(QStringLiteral("/attention/heartbeat")).last().json();
+}
 
-    const QJsonObject body = lastHeartbeat(daemon);
+void DesktopX11Test::focusedWindowReachesHeartbeat() {
+    ProbeWindow window(m_dpy, "QbFocusProbe", "secret-plan.txt - Probe");
+    QVERIFY(window.activate());
+    QTRY_VERIFY_WITH_TIMEOUT(m_session->foregroundApp().has_value(), 3000);
+
+    const QJsonObject body = heartbeatBody();
     QCOMPARE(body.value(QStringLiteral("foregroundBundleId")).toString(),
              QStringLiteral("QbFocusProbe"));
     QCOMPARE(body.value(QStringLiteral("foregroundName")).toString(),
@@ -157,13 +160,7 @@ void DesktopX11Test::noFocusedWindowOmitsKeys() {
     // With its only client gone the window manager focuses nothing.
     QTRY_VERIFY_WITH_TIMEOUT(!m_session->foregroundApp().has_value(), 3000);
 
-    FakeDaemon daemon;
-    MeterClient client(daemon.base());
-    StatusModel model(&client, daemon.environment(m_dataHome.path()));
-    model.setAttentionSources(m_session.get(), m_session.get(), &SystemClock::instance());
-    model.sendAttentionHeartbeat();
-    QVERIFY(daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 1));
-    const QJsonObject body = lastHeartbeat(daemon);
+    const QJsonObject body = heartbeatBody();
     QVERIFY(body.contains(QStringLiteral("active")));
     QVERIFY(!body.contains(QStringLiteral("foregroundBundleId")));
     QVERIFY(!body.contains(QStringLiteral("foregroundName")));

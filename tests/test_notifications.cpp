@@ -153,8 +153,7 @@ private:
     std::unique_ptr<FakeDaemon> m_daemon;
     std::unique_ptr<AppCore> m_core;
     std::unique_ptr<DesktopNotifier> m_notifier;
-    ManualClock m_clock{
-        QDateTime::fromString(QStringLiteral("2026-11-23T12:00:00Z"), Qt::ISODate)};
+    ManualClock m_clock{QDateTime::fromString(QStringLiteral("2026-11-23T12:00:00Z"), Qt::ISODate)};
 };
 
 void NotificationsTest::initTestCase() {

@@ -4,6 +4,7 @@
 #include "app/app_core.h"
 #include "daemon_link/json_codec.h"
 #include "support/fixtures.h"
+#include "support/quick_items.h"
 #include "ui/popover_model.h"
 #include "ui/popover_panels.h"
 #include "ui/popover_window.h"
@@ -22,6 +23,8 @@
 Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
 
 using namespace quonbrix;
+using quonbrix::test::visibleTexts;
+using quonbrix::test::visualItems;
 
 namespace {
 
@@ -47,21 +50,6 @@ DaemonStatus status(const QJsonObject &extra = {}) {
         o.insert(it.key(), it.value());
     auto decoded = json::decode<DaemonStatus>(o);
     return decoded.value_or(DaemonStatus{});
-}
-
-QList<QQuickItem *> visualItems(QQuickItem *root) {
-    QList<QQuickItem *> items{root};
-    for (QQuickItem *child : root->childItems())
-        items += visualItems(child);
-    return items;
-}
-
-QStringList visibleTexts(QQuickWindow *window) {
-    QStringList texts;
-    for (QQuickItem *item : visualItems(window->contentItem()))
-        if (item->isVisible() && !item->property("text").toString().isEmpty())
-            texts << item->property("text").toString();
-    return texts;
 }
 
 } // namespace

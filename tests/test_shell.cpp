@@ -5,6 +5,7 @@
 #include "app/app_core.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
+#include "support/quick_items.h"
 #include "ui/popover_model.h"
 #include "ui/popover_placement.h"
 #include "ui/popover_window.h"
@@ -29,29 +30,10 @@ Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
 using namespace quonbrix;
 using quonbrix::test::FakeDaemon;
 using quonbrix::test::FakeReply;
+using quonbrix::test::visibleTexts;
+using quonbrix::test::visualItems;
 
 namespace {
-
-// Every item drawn in the window, walking the visual tree as the scene graph does.
-QList<QQuickItem *> visualItems(QQuickItem *root) {
-    QList<QQuickItem *> items{root};
-    for (QQuickItem *child : root->childItems())
-        items += visualItems(child);
-    return items;
-}
-
-// The texts of every visible item, the way a user (or a screen reader) finds them.
-QStringList visibleTexts(QQuickWindow *window) {
-    QStringList texts;
-    for (QQuickItem *item : visualItems(window->contentItem())) {
-        if (!item->isVisible())
-            continue;
-        const QString text = item->property("text").toString();
-        if (!text.isEmpty())
-            texts << text;
-    }
-    return texts;
-}
 
 QByteArray statusWithLimit(double usedPercent, bool stale) {
     QJsonObject status = test::fixtureObject(QStringLiteral("status-full.json"));
