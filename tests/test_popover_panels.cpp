@@ -24,7 +24,6 @@ Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
 
 using namespace quonbrix;
 using quonbrix::test::visibleTexts;
-using quonbrix::test::visualItems;
 
 namespace {
 
