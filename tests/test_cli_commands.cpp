@@ -3,6 +3,8 @@
 // portal that hands URLs to the browser.
 
 #include <QDBusConnection>
+#include <QDBusError>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QElapsedTimer>
 #include <QProcess>
@@ -18,9 +20,30 @@ class FakePortal : public QObject {
 
 public:
     QStringList opened;
+    bool refuse = false;
+
+    // Takes the portal's name on the test's bus, so no real portal gets activated instead.
+    bool start() {
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        return bus.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), this,
+                                  QDBusConnection::ExportAllSlots) &&
+               bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+    }
+    ~FakePortal() override {
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
+        bus.unregisterObject(QStringLiteral("/org/freedesktop/portal/desktop"));
+    }
 
 public Q_SLOTS:
-    QDBusObjectPath OpenURI(const QString &, const QString &uri, const QVariantMap &) {
+    QDBusObjectPath OpenURI(const QString &, const QString &uri, const QVariantMap &,
+                            const QDBusMessage &message) {
+        if (refuse) {
+            message.setDelayedReply(true);
+            QDBusConnection::sessionBus().send(
+                message.createErrorReply(QDBusError::AccessDenied, QStringLiteral("no")));
+            return {};
+        }
         opened << uri;
         return QDBusObjectPath(QStringLiteral("/org/freedesktop/portal/desktop/request/1_1/t"));
     }
@@ -43,7 +66,7 @@ private Q_SLOTS:
     void timers();
     void syncExitCodes_data();
     void syncExitCodes();
-    void consoleNeedsThePortal();
+    void consoleWhenThePortalRefuses();
     void consoleThroughThePortal();
 
 private:
@@ -186,7 +209,10 @@ void CliCommandsTest::syncExitCodes() {
     }
 }
 
-void CliCommandsTest::consoleNeedsThePortal() {
+void CliCommandsTest::consoleWhenThePortalRefuses() {
+    FakePortal portal;
+    portal.refuse = true;
+    QVERIFY(portal.start());
     const Result r = quonbrix({QStringLiteral("console")});
     QCOMPARE(r.code, 1);
     QVERIFY(r.err.contains(QLatin1String("Open browser and retry")));
@@ -196,14 +222,8 @@ void CliCommandsTest::consoleNeedsThePortal() {
 
 void CliCommandsTest::consoleThroughThePortal() {
     FakePortal portal;
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    QVERIFY(bus.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), &portal,
-                               QDBusConnection::ExportAllSlots));
-    QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
-
+    QVERIFY(portal.start());
     const Result r = quonbrix({QStringLiteral("console")});
-    bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
-    bus.unregisterObject(QStringLiteral("/org/freedesktop/portal/desktop"));
     QCOMPARE(r.code, 0);
     QCOMPARE(portal.opened.size(), 1);
     const QUrl url(portal.opened.first());
