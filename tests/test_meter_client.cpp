@@ -16,6 +16,7 @@ using namespace quonbrix;
 using namespace std::chrono_literals;
 using quonbrix::test::FakeDaemon;
 using quonbrix::test::FakeReply;
+using quonbrix::test::quickTimeouts;
 using quonbrix::test::RecordedRequest;
 
 namespace {
@@ -39,15 +40,6 @@ template <class T> struct Capture {
         return calls > 0;
     }
 };
-
-// Generous enough for a loaded machine; tests that are about time-outs set their own.
-MeterClientTimeouts quickTimeouts() {
-    MeterClientTimeouts t;
-    t.request = 3000ms;
-    t.sync = 3000ms;
-    t.handoffRetryDelay = 50ms;
-    return t;
-}
 
 QJsonObject sessionJson(const QString &id, const QString &label) {
     return QJsonObject{

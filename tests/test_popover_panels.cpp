@@ -28,9 +28,9 @@ using quonbrix::test::visibleTexts;
 namespace {
 
 // "source window percent [stale]" per reading, ";" between readings.
-std::vector<ProviderLimitSnapshot> readings(const QString &spec) {
+std::vector<ProviderLimitSnapshot> readings(const QString &rows) {
     std::vector<ProviderLimitSnapshot> out;
-    for (const QString &r : spec.split(u';', Qt::SkipEmptyParts)) {
+    for (const QString &r : rows.split(u';', Qt::SkipEmptyParts)) {
         const QStringList f = r.trimmed().split(u' ');
         ProviderLimitSnapshot s;
         s.source = f.at(0);

@@ -22,14 +22,6 @@ using quonbrix::test::FakeReply;
 
 namespace {
 
-MeterClientTimeouts quick() {
-    MeterClientTimeouts t;
-    t.request = 3000ms;
-    t.sync = 3000ms;
-    t.handoffRetryDelay = 30ms;
-    return t;
-}
-
 WorkSegment segment(const char *start, const char *end) {
     WorkSegment s;
     s.id = QStringLiteral("seg");
@@ -57,7 +49,7 @@ QByteArray statusWithTimer(const QString &id, const QString &label) {
 struct Rig {
     FakeDaemon daemon;
     QTemporaryDir home;
-    MeterClient client{daemon.base(), quick()};
+    MeterClient client{daemon.base(), test::quickTimeouts()};
     StatusModel model{&client, daemon.environment(home.path())};
 
     // Loads one status so commands can find their session's label.
