@@ -63,7 +63,6 @@ void PopoverModel::refreshTexts() {
     if (m_hasLimitReadings) {
         const LimitHeadline h = limitHeadline(*status->providerLimits);
         m_headline = {{QStringLiteral("text"), h.text},
-                      {QStringLiteral("tone"), toneName(h.tone)},
                       {QStringLiteral("color"), toneColor(h.tone)},
                       {QStringLiteral("symbol"), symbolSource(h.symbol)},
                       {QStringLiteral("remaining"), h.remaining},

@@ -8,20 +8,6 @@
 
 namespace quonbrix {
 
-QString toneName(Tone tone) {
-    switch (tone) {
-    case Tone::Green:
-        return QStringLiteral("green");
-    case Tone::Orange:
-        return QStringLiteral("orange");
-    case Tone::Red:
-        return QStringLiteral("red");
-    case Tone::Secondary:
-        break;
-    }
-    return QStringLiteral("secondary");
-}
-
 QColor toneColor(Tone tone) {
     switch (tone) {
     case Tone::Green:

@@ -15,7 +15,6 @@ namespace quonbrix {
 
 // Colours by meaning; the QML palette decides the exact shade.
 enum class Tone { Green, Orange, Red, Secondary };
-QString toneName(Tone tone);
 QColor toneColor(Tone tone);
 // The small circle before a provider's group.
 QColor providerColor(const QString &source);

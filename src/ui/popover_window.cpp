@@ -83,17 +83,17 @@ bool PopoverWindow::load() {
 bool PopoverWindow::open(std::optional<QRect> trayIcon) {
     if (!load())
         return false;
-    // Never taller than the screen; the QML scrolls what does not fit.
-    if (QScreen *screen = QGuiApplication::primaryScreen())
-        m_window->setMaximumHeight(screen->availableGeometry().height() - 24);
+    // The screen the popover belongs on: the tray icon's, else the pointer's, else the primary.
+    const QPoint cursor = QCursor::pos();
+    QScreen *screen = trayIcon ? QGuiApplication::screenAt(trayIcon->center()) : nullptr;
+    if (!screen)
+        screen = QGuiApplication::screenAt(cursor);
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
+    // Never taller than that screen; the QML scrolls what does not fit.
+    m_window->setMaximumHeight(available.height() - 24);
     if (m_mode == Mode::Popup) {
-        const QPoint cursor = QCursor::pos();
-        QScreen *screen = trayIcon ? QGuiApplication::screenAt(trayIcon->center()) : nullptr;
-        if (!screen)
-            screen = QGuiApplication::screenAt(cursor);
-        if (!screen)
-            screen = QGuiApplication::primaryScreen();
-        const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
         const QSize size(qMax(m_window->width(), 1), qMax(m_window->height(), 1));
         m_window->setPosition(popoverPosition(
             size, trayIcon, screen ? std::optional<QPoint>(cursor) : std::nullopt, available));
