@@ -2,7 +2,8 @@
 // Builds a ~1 MB status body (many project rows, provider readings and timers), then times
 // QJsonDocument::fromJson alone (the baseline) and the full decode into DaemonStatus.
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

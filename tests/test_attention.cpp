@@ -6,7 +6,8 @@
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QTemporaryDir>
 #include <QTest>

@@ -1,7 +1,8 @@
 // The stand-in daemon as the app meets it: the real brixd-sim binary on a loopback port, with
 // its own HOME, spoken to over real sockets.
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QtNetwork>
 #include <QtTest>

@@ -1,7 +1,8 @@
 // The `quonbrix status` commands as a user runs them: the real binary against the stand-in
 // daemon over a real socket, and against a port where nothing listens.
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QJsonDocument>
 #include <QProcess>

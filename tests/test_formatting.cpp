@@ -1,7 +1,8 @@
 #include "features/formatting.h"
 #include "features/provider_limits.h"
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QHash>
 #include <QTest>

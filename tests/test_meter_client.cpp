@@ -1,4 +1,5 @@
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 #include "daemon_link/meter_client.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"

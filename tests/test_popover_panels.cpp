@@ -2,7 +2,8 @@
 // the whole popover rendered (offscreen) against the stand-in daemon's "near limits" day.
 
 #include "app/app_core.h"
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 #include "support/fixtures.h"
 #include "support/quick_items.h"
 #include "ui/popover_model.h"

@@ -1,7 +1,8 @@
 // How provider readings are grouped, ordered and told apart, the way the popover lists them
 // and the alerts remember them.
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 #include "features/provider_limits.h"
 
 #include <QTest>

@@ -1,5 +1,6 @@
 #include "app/status_model.h"
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
 

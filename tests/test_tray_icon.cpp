@@ -1,7 +1,8 @@
 #include "support/fixtures.h"
 #include "ui/tray_icon.h"
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QGuiApplication>
 #include <QTest>

@@ -2,7 +2,8 @@
 
 #include "app/status_model.h"
 #include "app/web_links.h"
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 #include "daemon_link/meter_client.h"
 #include "features/formatting.h"
 #include "features/provider_limits.h"

@@ -1,6 +1,7 @@
 #include "daemon_link/meter_client.h"
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QFile>
 #include <QLoggingCategory>

@@ -1,6 +1,7 @@
 #include "api.h"
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 
 #include <QJsonDocument>
 

@@ -1,6 +1,7 @@
 #include "sim_state.h"
 
-#include "daemon_link/json_codec.h"
+#include "daemon_link/records.h"
+#include "json/json_codec.h"
 #include "relative_time.h"
 #include "tokens.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 
-// Strict JSON decoding and mirrored encoding for the daemon records.
+// Strict JSON decoding and mirrored encoding for records that list their keys in `fields()`:
+// the daemon's records and the messages between the tray and its popover.
 //
 // Decoding is all-or-nothing: a required key that is missing, null or of the wrong type, or an
 // optional one that is present but malformed, fails the whole record. JSON integers are accepted
@@ -8,7 +9,7 @@
 // 64 bits. Unknown keys are ignored. On failure an optional error text names the first offending
 // path (for example "projects[3].lastSeen: missing") for logs; callers only see "absent".
 
-#include "daemon_link/records.h"
+#include "json/keyed_list.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-#include "daemon_link/json_codec.h"
+#include "json/json_codec.h"
 
 namespace quonbrix::json::detail {
 
