@@ -6,7 +6,8 @@
 #include "platform/single_instance.h"
 #include "platform/unix_signals.h"
 #include "supervisor/daemon_supervisor.h"
-#include "ui/popover_model.h"
+#include "ui/popover_host.h"
+#include "ui/popover_presenter.h"
 #include "ui/tray_shell.h"
 
 #include <QApplication>
@@ -14,14 +15,10 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QQmlEngineExtensionPlugin>
-#include <QQuickWindow>
 #include <QStandardPaths>
 #include <QSystemTrayIcon>
 #include <csignal>
 #include <cstdio>
-
-Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
 
 namespace {
 
@@ -48,11 +45,6 @@ int runTray(int argc, char *argv[]) {
                      qUtf8Printable(base));
         return 2;
     }
-    // The software scene graph keeps the open popover tens of MiB lighter than the GL one,
-    // and the popover is plain widgets-like content. QT_QUICK_BACKEND still overrides it.
-    if (!env.contains(QStringLiteral("QT_QUICK_BACKEND")))
-        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
-
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("quonbrix"));
     QApplication::setApplicationDisplayName(QStringLiteral("QuonBrix"));
@@ -78,10 +70,11 @@ int runTray(int argc, char *argv[]) {
     options.trayAvailable = QSystemTrayIcon::isSystemTrayAvailable();
     options.canPlaceWindows = !QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
     options.currentDesktop = env.value(QStringLiteral("XDG_CURRENT_DESKTOP"), QString());
+    options.popoverProgram = PopoverHost::locate(QCoreApplication::applicationDirPath());
     TrayShell shell(core, options);
     if (!options.trayAvailable)
         qCInfo(lcShell).noquote() << "[QuonBrix] shell: no system tray;"
-                                  << shell.popoverModel().trayHint();
+                                  << PopoverPresenter::noTrayHint(options.currentDesktop);
 
     QObject::connect(&instance, &SingleInstance::activationRequested, &shell,
                      &TrayShell::openPopover);

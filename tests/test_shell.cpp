@@ -1,14 +1,13 @@
-// The app shell without a desktop: the popover's header and frame as the user reads them,
-// the QML actually loaded (offscreen), where the popover goes on screen, the tray icon's
-// badge following the status, and the daemon's lifetime following the app's.
+// The app shell without a desktop: what the popover is told and when, the popover program
+// run as the tray runs it (offscreen), the tray icon's badge following the status, and the
+// daemon's lifetime following the app's.
 
 #include "app/app_core.h"
+#include "helpers/log_capture.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
-#include "support/quick_items.h"
-#include "ui/popover_model.h"
-#include "ui/popover_placement.h"
-#include "ui/popover_window.h"
+#include "ui/popover_host.h"
+#include "ui/popover_presenter.h"
 #include "ui/tray_shell.h"
 
 #include <QApplication>
@@ -16,22 +15,15 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QQmlEngineExtensionPlugin>
-#include <QQuickItem>
-#include <QQuickWindow>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
 #include <csignal>
 
-Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
-
 using namespace quonbrix;
 using quonbrix::test::FakeDaemon;
 using quonbrix::test::FakeReply;
-using quonbrix::test::visibleTexts;
-using quonbrix::test::visualItems;
 
 namespace {
 
@@ -57,11 +49,9 @@ class ShellTest : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
-    void headerFollowsStatus();
-    void popoverFrameLoadsAndShowsFirstStatus();
-    void noTrayWindowCarriesHint();
-    void placement_data();
-    void placement();
+    void popoverIsToldOnlyWhileShown();
+    void shellRunsThePopoverProgram_data();
+    void shellRunsThePopoverProgram();
     void trayBadgeFollowsLimits_data();
     void trayBadgeFollowsLimits();
     void daemonLivesAsLongAsTheApp_data();
@@ -75,113 +65,91 @@ void ShellTest::initTestCase() {
     QVERIFY(m_home.isValid());
 }
 
-void ShellTest::headerFollowsStatus() {
-    FakeDaemon daemon;
-    daemon.setReply(QStringLiteral("/status"), FakeReply::json(test::minimalStatusBody()));
-    AppCore core(daemon.environment(m_home.path()), nullptr, {});
-    PopoverModel model(&core.model(), {});
-
-    QCOMPARE(model.title(), QStringLiteral("quon-brix"));
-    QCOMPARE(model.statusPill(), QStringLiteral("Starting"));
-    QCOMPARE(model.subtitle(), QStringLiteral("Local meter daemon"));
-    QVERIFY(model.loading());
-    QCOMPARE(model.loadingText(), QStringLiteral("Starting meter…"));
-
-    QSignalSpy changed(&model, &PopoverModel::headerChanged);
-    core.launch();
-    QTRY_VERIFY(!model.loading());
-    QVERIFY(changed.count() >= 1);
-    QCOMPARE(model.statusPill(), QStringLiteral("Local meter"));
-    QCOMPARE(model.subtitle(), QStringLiteral("Local only · no account needed"));
-}
-
-void ShellTest::popoverFrameLoadsAndShowsFirstStatus() {
+void ShellTest::popoverIsToldOnlyWhileShown() {
     FakeDaemon daemon;
     daemon.refuse();
     AppCore core(daemon.environment(m_home.path()), nullptr, {});
-    PopoverModel model(&core.model(), {});
-    PopoverWindow popover(&model, PopoverWindow::Mode::Popup);
-    QVERIFY(!popover.isLoaded()); // nothing of QML exists before the first open
+    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}));
+    QList<view::PopoverState> told;
+    connect(&presenter, &PopoverPresenter::changed, this,
+            [&told](const view::PopoverState &s) { told << s; });
+    const auto header = [&presenter] { return *presenter.state().header; };
+    QCOMPARE(header().statusPill, QStringLiteral("Starting"));
+    QCOMPARE(header().subtitle, QStringLiteral("Local meter daemon"));
+    QVERIFY(header().loading);
 
-    QSignalSpy opened(&popover, &PopoverWindow::opened);
-    QVERIFY(popover.open(QRect(1200, 0, 24, 24)));
-    QCOMPARE(opened.count(), 1);
-    QVERIFY(popover.window());
-    QVERIFY(popover.window()->flags().testFlag(Qt::FramelessWindowHint));
-
-    // Before the daemon answers: header, "Starting meter…" and the footer only.
-    QStringList texts = visibleTexts(popover.window());
-    for (const char *expected :
-         {"quon-brix", "Starting", "Local meter daemon", "Starting meter…", "Quit"})
-        QVERIFY2(texts.contains(QString::fromUtf8(expected)), qPrintable(texts.join(u'|')));
-
+    // Hidden: the status changes, nothing is worded.
     core.launch();
     daemon.setReply(QStringLiteral("/status"), FakeReply::json(test::minimalStatusBody()));
     daemon.resume();
     core.model().refresh();
-    QTRY_VERIFY(!visibleTexts(popover.window()).contains(QStringLiteral("Starting meter…")));
-    texts = visibleTexts(popover.window());
-    QVERIFY2(texts.contains(QStringLiteral("Local meter")), qPrintable(texts.join(u'|')));
-    QVERIFY(texts.contains(QStringLiteral("Local only · no account needed")));
+    QTRY_VERIFY(core.model().hasStatus());
+    QCoreApplication::processEvents();
+    QVERIFY(told.isEmpty());
 
-    // The footer's Quit goes through the model, which the shell turns into quitting.
-    QSignalSpy quit(&model, &PopoverModel::quitRequested);
-    QQuickItem *quitButton = nullptr;
-    for (QQuickItem *item : visualItems(popover.window()->contentItem()))
-        if (item->property("text").toString() == QLatin1String("Quit") &&
-            item->metaObject()->indexOfSignal("clicked()") >= 0)
-            quitButton = item;
-    QVERIFY(quitButton);
-    QMetaObject::invokeMethod(quitButton, "clicked");
-    QCOMPARE(quit.count(), 1);
+    // Shown: a change sends the sections that differ, once, and only those.
+    presenter.startShowing();
+    daemon.refuse();
+    core.model().refresh();
+    QTRY_COMPARE(told.size(), 1);
+    QVERIFY(told[0].header && told[0].header->loading);
+    QCOMPARE(told[0].header->statusPill, QStringLiteral("Starting"));
+    QVERIFY(told[0].today && !told[0].footer && !told[0].work);
+
+    presenter.stopShowing();
+    daemon.resume();
+    core.model().refresh();
+    QTRY_VERIFY(core.model().hasStatus());
+    QCoreApplication::processEvents();
+    QCOMPARE(told.size(), 1);
+    QCOMPARE(header().statusPill, QStringLiteral("Local meter"));
+    QCOMPARE(header().subtitle, QStringLiteral("Local only · no account needed"));
 }
 
-void ShellTest::noTrayWindowCarriesHint() {
+void ShellTest::shellRunsThePopoverProgram_data() {
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<bool>("shows");
+    QTest::newRow("the popover program")
+        << QStringLiteral(QUONBRIX_BIN_DIR "/quonbrix-popover") << true;
+    QTest::newRow("no popover program: logged, nothing else")
+        << QStringLiteral("/nonexistent") << false;
+}
+
+void ShellTest::shellRunsThePopoverProgram() {
+    QFETCH(QString, program);
+    QFETCH(bool, shows);
+    test::LogCapture log;
     AppCore core(Environment({{QStringLiteral("HOME"), m_home.path()}}), nullptr, {});
     TrayShell::Options options;
     options.trayAvailable = false;
     options.currentDesktop = QStringLiteral("ubuntu:GNOME");
-    TrayShell shell(core, options);
-    shell.show();
-    QVERIFY(!shell.hasTray());
-    QCOMPARE(shell.popover().mode(), PopoverWindow::Mode::Window);
-    QVERIFY(shell.popover().isVisible()); // without a tray the window opens at start
-    const QStringList texts = visibleTexts(shell.popover().window());
-    const auto hint = std::find_if(texts.cbegin(), texts.cend(), [](const QString &t) {
-        return t.contains(QLatin1String("AppIndicator"));
-    });
-    QVERIFY2(hint != texts.cend(), qPrintable(texts.join(u'|')));
-    QVERIFY(!hint->contains(u'\n'));
-}
+    options.popoverProgram = program;
+    auto shell = std::make_unique<TrayShell>(core, options);
+    QVERIFY(!shell->hasTray());
+    QCOMPARE(shell->popoverMode(), view::WindowMode::Window);
+    const QString hint = shell->presenter().state().header->trayHint;
+    QVERIFY(hint.contains(QLatin1String("AppIndicator")) && !hint.contains(u'\n'));
 
-void ShellTest::placement_data() {
-    QTest::addColumn<QRect>("icon");
-    QTest::addColumn<QPoint>("cursor");
-    QTest::addColumn<QPoint>("expected");
-    const QPoint noCursor(-1, -1);
-    // Popover 360×400 on a 1280×800 screen whose panel takes the top 24 pixels.
-    QTest::newRow("icon in a top panel: centred below it")
-        << QRect(600, 0, 24, 24) << noCursor << QPoint(431, 30);
-    QTest::newRow("icon at the right edge: kept on screen")
-        << QRect(1256, 0, 24, 24) << noCursor << QPoint(914, 30);
-    QTest::newRow("icon in a bottom panel: opens upwards")
-        << QRect(600, 776, 24, 24) << noCursor << QPoint(431, 370);
-    QTest::newRow("no icon geometry: at the pointer")
-        << QRect() << QPoint(700, 300) << QPoint(520, 307);
-    QTest::newRow("pointer near the left edge") << QRect() << QPoint(100, 10) << QPoint(6, 30);
-    QTest::newRow("nothing known: top right corner") << QRect() << noCursor << QPoint(914, 30);
-}
-
-void ShellTest::placement() {
-    QFETCH(QRect, icon);
-    QFETCH(QPoint, cursor);
-    QFETCH(QPoint, expected);
-    const QRect available(0, 24, 1280, 776);
-    const QPoint at =
-        popoverPosition(QSize(360, 400), icon.isNull() ? std::nullopt : std::optional<QRect>(icon),
-                        cursor.x() < 0 ? std::nullopt : std::optional<QPoint>(cursor), available);
-    QCOMPARE(at, expected);
-    QVERIFY(available.contains(QRect(at, QSize(360, 400))));
+    QSignalSpy reported(&shell->popover(), &PopoverHost::visibilityReported);
+    shell->show(); // without a tray the window opens at start
+    QVERIFY(reported.wait(10000));
+    QCOMPARE(reported.last().at(0).toBool(), shows);
+    QCOMPARE(shell->presenter().isShowing(), shows);
+    if (!shows) {
+        QVERIFY(log.lines("quonbrix.popover")
+                    .join(u'\n')
+                    .contains(QLatin1String("could not be started: /nonexistent")));
+        return;
+    }
+    const qint64 pid = shell->popover().processId();
+    QVERIFY(pid > 0);
+    shell->popover().hide();
+    QVERIFY(reported.wait(5000));
+    QCOMPARE(reported.last().at(0).toBool(), false);
+    QVERIFY(!shell->presenter().isShowing());
+    // The tray going ends the popover process with it.
+    shell.reset();
+    QVERIFY(processGone(pid));
 }
 
 void ShellTest::trayBadgeFollowsLimits_data() {

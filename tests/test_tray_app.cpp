@@ -1,7 +1,8 @@
 // The tray app as a user runs it: the real quonbrix binary on an X desktop with a window
 // manager and a tray (the xsession fixture), a private session bus, and the stand-in daemon
 // as brixd. It must start the daemon, show its icon, bring the daemon back when it dies,
-// defer to the instance already running, and leave no daemon behind however it is ended.
+// defer to the instance already running (whose popover process comes up), and leave no daemon
+// or popover behind however it is ended.
 
 #include "support/xsession.h"
 
@@ -211,8 +212,14 @@ void TrayAppTest::secondInstanceOpensTheFirst() {
     });
     QVERIFY2(popover != windows.cend(), qPrintable(windows.join(u' ')));
     QVERIFY2(popover->section(u'+', 2, 2).toInt() >= 24, qPrintable(*popover));
-    // Still one app and one daemon.
+    // Still one app and one daemon; the popover is a process of the app's own, and it goes
+    // when the app goes.
     QCOMPARE(childrenNamed(m_app->processId(), QStringLiteral("brixd-sim")).size(), 1);
+    const auto popovers = childrenNamed(m_app->processId(), QStringLiteral("quonbrix-popove"));
+    QCOMPARE(popovers.size(), 1);
+    QCOMPARE(::kill(pid_t(m_app->processId()), SIGTERM), 0);
+    QVERIFY(m_app->waitForFinished(8000));
+    QTRY_VERIFY_WITH_TIMEOUT(!alive(popovers.first()), 3000);
 }
 
 void TrayAppTest::endingLeavesNoDaemon_data() {

@@ -1,9 +1,12 @@
 // The popover's work side as a user reads it: timer rows and their buttons, the clock that
-// ticks only while someone looks, project rows and the sharing line.
+// ticks only while someone looks (and then moves only the work panel), project rows and the
+// sharing line.
 
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
-#include "ui/work_panel_model.h"
+#include "ui/popover_panels.h"
+#include "ui/popover_presenter.h"
+#include "ui/work_panels.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -64,16 +67,21 @@ struct Rig {
     MeterClient client{daemon.base()};
     StatusModel status{&client, daemon.environment(home.path())};
     ManualClock clock{QDateTime::fromString(QStringLiteral("2026-11-23T10:00:00Z"), Qt::ISODate)};
-    WorkPanelModel work{&status, WebLinks::from({})};
+    PopoverPresenter presenter{&status, {}, WebLinks::from({})};
 
-    Rig() { work.setClock(&clock); }
+    Rig() { presenter.setContext(&clock, QLocale::c(), QTimeZone::utc()); }
     bool load(const QByteArray &b) {
         daemon.setReply(QStringLiteral("/status"), FakeReply::json(b));
         QSignalSpy pass(&status, &StatusModel::passFinished);
         status.refresh();
         return pass.wait(3000) && status.hasStatus();
     }
-    QVariantMap timer(int i) const { return work.timers().at(i).toMap(); }
+    view::Work work() const { return workPanel(status, clock.now()); }
+    view::Timer timer(int i) const { return work().timers.at(size_t(i)); }
+    void act(const char *action, const char *id) {
+        presenter.perform({view::toWire(view::Command::TimerAction), std::nullopt,
+                           QString::fromLatin1(action), QString::fromLatin1(id)});
+    }
 };
 
 } // namespace
@@ -90,47 +98,46 @@ private Q_SLOTS:
 
 void WorkPanelTest::timerRows() {
     Rig rig;
-    QCOMPARE(rig.work.timersHeader(), QStringLiteral("No open timers"));
+    QCOMPARE(rig.work().timersHeader, QStringLiteral("No open timers"));
     QVERIFY(rig.load(body({session("ws_1", "Client A", "running", "2026-11-23T08:45:30Z"),
                            session("ws_2", "Internal", "paused", "2026-11-23T09:59:00Z"),
                            session("ws_3", "Old", "completed", "2026-11-23T07:00:00Z")},
                           {}, {})));
-    QCOMPARE(rig.work.timersHeader(),
+    QCOMPARE(rig.work().timersHeader,
              QStringLiteral("2 open timers · concurrent timer time is additive"));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("elapsed")).toString(), QStringLiteral("01:14:30"));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("stateWord")).toString(), QStringLiteral("Running"));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("caption")).toString(),
-             QStringLiteral("Project-only time"));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("primaryAction")).toString(),
-             QStringLiteral("pause"));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("primary")).toMap().value(QStringLiteral("help")),
-             QVariant(QStringLiteral("Pause this timer")));
-    QCOMPARE(rig.timer(1).value(QStringLiteral("stateWord")).toString(), QStringLiteral("Paused"));
-    QCOMPARE(rig.timer(1).value(QStringLiteral("primary")).toMap().value(QStringLiteral("help")),
-             QVariant(QStringLiteral("Resume this timer")));
-    QCOMPARE(rig.timer(1).value(QStringLiteral("complete")).toMap().value(QStringLiteral("help")),
-             QVariant(QStringLiteral("Complete this timer")));
-    QCOMPARE(rig.timer(1).value(QStringLiteral("cancel")).toMap().value(QStringLiteral("help")),
-             QVariant(QStringLiteral("Cancel this timer")));
+    QCOMPARE(rig.timer(0).elapsed, QStringLiteral("01:14:30"));
+    QCOMPARE(rig.timer(0).stateWord, QStringLiteral("Running"));
+    QCOMPARE(rig.timer(0).color, toneColor(Tone::Green));
+    QCOMPARE(rig.timer(0).caption, QStringLiteral("Project-only time"));
+    QCOMPARE(rig.timer(0).primaryAction, QStringLiteral("pause"));
+    QCOMPARE(rig.timer(0).primary.help, QStringLiteral("Pause this timer"));
+    QCOMPARE(rig.timer(1).stateWord, QStringLiteral("Paused"));
+    QCOMPARE(rig.timer(1).color, toneColor(Tone::Orange));
+    QCOMPARE(rig.timer(1).primary.help, QStringLiteral("Resume this timer"));
+    QCOMPARE(rig.timer(1).complete.help, QStringLiteral("Complete this timer"));
+    QCOMPARE(rig.timer(1).cancel.help, QStringLiteral("Cancel this timer"));
 }
 
 void WorkPanelTest::clockTicksOnlyWhileShownAndRunning() {
     Rig rig;
     QVERIFY(rig.load(body({session("ws_1", "A", "running", "2026-11-23T09:59:58Z")}, {}, {})));
-    QVERIFY(!rig.work.isTicking()); // popover closed
-    rig.work.setShown(true);
-    QVERIFY(rig.work.isTicking());
+    QVERIFY(!rig.presenter.isTicking()); // popover closed
+    rig.presenter.startShowing();
+    QVERIFY(rig.presenter.isTicking());
     rig.clock.set(rig.clock.now().addSecs(1));
-    QSignalSpy ticks(&rig.work, &WorkPanelModel::timersChanged);
+    QSignalSpy ticks(&rig.presenter, &PopoverPresenter::changed);
     QVERIFY(ticks.wait(1500));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("elapsed")).toString(), QStringLiteral("00:00:03"));
-    rig.work.setShown(false);
-    QVERIFY(!rig.work.isTicking());
+    // A tick moves the clock and nothing else.
+    const auto sent = ticks.at(0).at(0).value<view::PopoverState>();
+    QVERIFY(sent.work && !sent.header && !sent.limits && !sent.today && !sent.footer);
+    QCOMPARE(sent.work->timers.at(0).elapsed, QStringLiteral("00:00:03"));
+    rig.presenter.stopShowing();
+    QVERIFY(!rig.presenter.isTicking());
 
     // Shown, but nothing runs: nothing ticks either.
     QVERIFY(rig.load(body({session("ws_1", "A", "paused", "2026-11-23T09:59:58Z")}, {}, {})));
-    rig.work.setShown(true);
-    QVERIFY(!rig.work.isTicking());
+    rig.presenter.startShowing();
+    QVERIFY(!rig.presenter.isTicking());
 }
 
 void WorkPanelTest::buttonsWaitForTheirCommand() {
@@ -140,28 +147,22 @@ void WorkPanelTest::buttonsWaitForTheirCommand() {
                           {}, {})));
     rig.daemon.setReply(QStringLiteral("/worklogs/command"),
                         FakeReply::json(QByteArray("{}")).delayed(400));
-    rig.work.timerAction(QStringLiteral("pause"), QStringLiteral("ws_1"));
-    QCOMPARE(rig.timer(0).value(QStringLiteral("busy")).toBool(), true);
-    for (const char *button : {"primary", "complete", "cancel"})
-        QCOMPARE(rig.timer(0)
-                     .value(QString::fromLatin1(button))
-                     .toMap()
-                     .value(QStringLiteral("enabled")),
-                 QVariant(false));
-    QCOMPARE(rig.timer(1).value(QStringLiteral("primary")).toMap().value(QStringLiteral("enabled")),
-             QVariant(true));
-    rig.work.startTimer(QStringLiteral("C"));
-    QVERIFY(rig.work.startBusy());
-    QTRY_VERIFY(!rig.work.startBusy());
-    QTRY_COMPARE(rig.timer(0).value(QStringLiteral("busy")).toBool(), false);
-    QVERIFY(!rig.work.feedback().isEmpty());
-    QVERIFY(!rig.work.feedback().value(QStringLiteral("isError")).toBool());
+    rig.act("pause", "ws_1");
+    for (const view::Button &b : {rig.timer(0).primary, rig.timer(0).complete, rig.timer(0).cancel})
+        QVERIFY(!b.enabled);
+    QVERIFY(rig.timer(1).primary.enabled);
+    rig.presenter.perform(
+        {view::toWire(view::Command::StartTimer), QStringLiteral("C"), std::nullopt, std::nullopt});
+    QVERIFY(!rig.work().start.enabled);
+    QTRY_VERIFY(rig.work().start.enabled);
+    QTRY_VERIFY(rig.timer(0).primary.enabled);
+    QCOMPARE(rig.work().feedback.symbol, QStringLiteral("image://symbol/checkmark.circle.fill"));
 }
 
 void WorkPanelTest::projectsAndSharing() {
     Rig rig;
-    QVERIFY(rig.work.projects().isEmpty());
-    QVERIFY(!rig.work.showSharing());
+    QVERIFY(projectsPanel(rig.status.status()).rows.empty());
+    QVERIFY(!sharingPanel(rig.status.status()).shown);
     const QJsonObject consent{
         {QStringLiteral("master"), QJsonObject{{QStringLiteral("shared"), true},
                                                {QStringLiteral("grain"), QStringLiteral("daily")}}},
@@ -171,29 +172,23 @@ void WorkPanelTest::projectsAndSharing() {
     QVERIFY(rig.load(
         body({}, {project("acme/web", 640000, 13.8, false), project(nullptr, 1200, 250.0, true)},
              consent)));
-    const QVariantMap first = rig.work.projects().at(0).toMap();
-    QCOMPARE(first.value(QStringLiteral("label")).toString(), QStringLiteral("acme/web"));
-    QCOMPARE(first.value(QStringLiteral("figures")).toString(),
-             QStringLiteral("640.0K work tokens · $13.80"));
-    QCOMPARE(first.value(QStringLiteral("costHelp")).toString(),
+    const auto rows = projectsPanel(rig.status.status()).rows;
+    QCOMPARE(rows.at(0).label, QStringLiteral("acme/web"));
+    QCOMPARE(rows.at(0).figures, QStringLiteral("640.0K work tokens · $13.80"));
+    QCOMPARE(rows.at(0).costHelp,
              QStringLiteral(
                  "API list-price equivalent on the quon basis; not your subscription charge"));
-    const QVariantMap second = rig.work.projects().at(1).toMap();
-    QCOMPARE(second.value(QStringLiteral("label")).toString(), QStringLiteral("Unlabeled"));
-    QCOMPARE(second.value(QStringLiteral("figures")).toString(),
-             QStringLiteral("1.2K work tokens · $125"));
-    QCOMPARE(second.value(QStringLiteral("costHelp")).toString(),
+    QCOMPARE(rows.at(1).label, QStringLiteral("Unlabeled"));
+    QCOMPARE(rows.at(1).figures, QStringLiteral("1.2K work tokens · $125"));
+    QCOMPARE(rows.at(1).costHelp,
              QStringLiteral("Priced subtotal only; the complete API equivalent is unavailable"));
 
-    QVERIFY(rig.work.showSharing());
-    QCOMPARE(rig.work.sharing().value(QStringLiteral("state")).toString(),
-             QStringLiteral("Sharing enabled"));
-    QCOMPARE(rig.work.sharing().value(QStringLiteral("summary")).toString(),
-             QStringLiteral("1 project label shared. Details stay in console."));
-    QCOMPARE(rig.work.update().value(QStringLiteral("label")).toString(),
-             QStringLiteral("Update now"));
-    QCOMPARE(rig.work.workspace().value(QStringLiteral("label")).toString(),
-             QStringLiteral("Open workspace"));
+    const view::Sharing sharing = sharingPanel(rig.status.status());
+    QVERIFY(sharing.shown);
+    QCOMPARE(sharing.state, QStringLiteral("Sharing enabled"));
+    QCOMPARE(sharing.summary, QStringLiteral("1 project label shared. Details stay in console."));
+    QCOMPARE(updateButton(rig.status).label, QStringLiteral("Update now"));
+    QCOMPARE(footer(rig.status).workspace.label, QStringLiteral("Open workspace"));
 }
 
 QTEST_MAIN(WorkPanelTest)

@@ -8,29 +8,11 @@
 
 namespace quonbrix {
 
-QColor toneColor(Tone tone) {
-    switch (tone) {
-    case Tone::Green:
-        return QColor(0x2f, 0xa8, 0x4f);
-    case Tone::Orange:
-        return QColor(0xe8, 0x86, 0x00);
-    case Tone::Red:
-        return QColor(0xe0, 0x34, 0x2b);
-    case Tone::Secondary:
-        break;
-    }
-    return QColor(0x80, 0x80, 0x86);
-}
-
-QColor providerColor(const QString &source) {
-    if (source == QLatin1String("claude-code"))
-        return QColor(0xd9, 0x77, 0x57);
-    if (source == QLatin1String("codex"))
-        return QColor(0x10, 0xa3, 0x7f);
-    return QColor(0x8e, 0x8e, 0x93);
-}
-
 namespace {
+
+const QString barHelp =
+    QStringLiteral("Provider rate limit used (account-level, reported by the provider)");
+const QString staleHelp = QStringLiteral("Provider reading is stale");
 
 // "91%": a daemon percentage (not a fraction) rounded to a whole number.
 QString wholePercent(double usedPercent) {
@@ -39,6 +21,28 @@ QString wholePercent(double usedPercent) {
 }
 
 } // namespace
+
+QString toneColor(Tone tone) {
+    switch (tone) {
+    case Tone::Green:
+        return QStringLiteral("#2fa84f");
+    case Tone::Orange:
+        return QStringLiteral("#e88600");
+    case Tone::Red:
+        return QStringLiteral("#e0342b");
+    case Tone::Secondary:
+        break;
+    }
+    return QStringLiteral("#808086");
+}
+
+QString providerColor(const QString &source) {
+    if (source == QLatin1String("claude-code"))
+        return QStringLiteral("#d97757");
+    if (source == QLatin1String("codex"))
+        return QStringLiteral("#10a37f");
+    return QStringLiteral("#8e8e93");
+}
 
 LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all) {
     const ProviderLimitSnapshot *top = nullptr;
@@ -75,10 +79,10 @@ LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all) {
     return h;
 }
 
-ResetCreditBadge resetCreditBadge(const CodexResetCreditsStatus &credits,
-                                  const PanelContext &context) {
+view::Credits resetCreditBadge(const CodexResetCreditsStatus &credits,
+                               const PanelContext &context) {
     const qint64 n = resetTicketCount(credits);
-    ResetCreditBadge badge;
+    view::Credits badge;
     badge.text = QString::number(n) + QStringLiteral(" reset ") +
                  (n == 1 ? QStringLiteral("ticket") : QStringLiteral("tickets"));
     if (credits.earliestExpiresAtMs)
@@ -86,34 +90,36 @@ ResetCreditBadge resetCreditBadge(const CodexResetCreditsStatus &credits,
             QStringLiteral("Earliest expiry ") +
             localResetCreditExpiry(*credits.earliestExpiresAtMs, context.locale, context.zone);
     badge.help = codexResetCreditsHelp(credits, context.now);
+    badge.symbol = view::symbolUrl(QStringLiteral("ticket.fill"));
     return badge;
 }
 
-std::vector<LimitGroup> limitGroups(const DaemonStatus &status, const PanelContext &context) {
-    std::vector<LimitGroup> out;
+std::vector<view::LimitGroup> limitGroups(const DaemonStatus &status, const PanelContext &context) {
+    std::vector<view::LimitGroup> out;
     if (!status.providerLimits)
         return out;
     for (const ProviderLimitGroup &group : groupProviderLimits(*status.providerLimits)) {
-        LimitGroup g;
+        view::LimitGroup g;
         g.source = group.source;
         if (group.source == QLatin1String("claude-code") || group.source == QLatin1String("codex"))
             g.heading = providerDisplayName(group.source);
         else
             g.heading = QStringLiteral("AI tool: ") + group.source;
+        g.color = providerColor(group.source);
         if (group.source == QLatin1String("codex") && status.codexResetCredits)
             g.credits = resetCreditBadge(*status.codexResetCredits, context);
         for (const ProviderLimitSnapshot *s : group.snapshots) {
-            LimitRow row;
+            view::LimitRow row;
             if (s->window != QLatin1String("session"))
-                row.symbol = QStringLiteral("calendar");
-            row.window = providerLimitWindowName(*s);
+                row.symbol = view::symbolUrl(QStringLiteral("calendar"));
+            row.windowName = providerLimitWindowName(*s);
             row.fraction =
                 std::isnan(s->usedPercent) ? 0.0 : std::clamp(s->usedPercent / 100.0, 0.0, 1.0);
             row.percent = wholePercent(s->usedPercent);
             if (s->resetsAtMs)
                 row.resets = QStringLiteral("resets ") + relativeTime(*s->resetsAtMs, context.now);
             row.stale = s->stale.value_or(false);
-            row.help = row.stale ? panel_text::staleHelp : panel_text::barHelp;
+            row.help = row.stale ? staleHelp : barHelp;
             g.rows.push_back(std::move(row));
         }
         out.push_back(std::move(g));
@@ -121,36 +127,71 @@ std::vector<LimitGroup> limitGroups(const DaemonStatus &status, const PanelConte
     return out;
 }
 
-std::vector<TodayColumn> todayColumns(const DaemonStatus &status) {
-    std::vector<TodayColumn> columns;
+view::Limits limitsPanel(const std::optional<DaemonStatus> &status, const PanelContext &context) {
+    view::Limits limits;
+    limits.title = QStringLiteral("Can I keep working?");
+    limits.unavailableHeading = QStringLiteral("Provider headroom unavailable");
+    limits.unavailableText =
+        QStringLiteral("Run Claude Code or Codex once. If no reading appears, update the app. A "
+                       "token goal is not used as a substitute.");
+    limits.unavailableSymbol = view::symbolUrl(QStringLiteral("questionmark.circle"));
+    limits.creditsLabel = QStringLiteral("Codex reset tickets");
+    if (!status)
+        return limits;
+    if (status->codexResetCredits)
+        limits.unavailableCredits = resetCreditBadge(*status->codexResetCredits, context);
+    limits.hasReadings = status->providerLimits && !status->providerLimits->empty();
+    if (!limits.hasReadings)
+        return limits;
+    const LimitHeadline h = limitHeadline(*status->providerLimits);
+    limits.headline = {h.text, toneColor(h.tone), view::symbolUrl(h.symbol), h.remaining, h.detail};
+    limits.groups = limitGroups(*status, context);
+    return limits;
+}
+
+std::vector<view::TodayColumn> todayColumns(const DaemonStatus &status) {
+    std::vector<view::TodayColumn> columns;
     columns.push_back({formatTokens(status.output), QStringLiteral("output tokens"),
-                       QStringLiteral("Output-token split by local source")});
+                       QStringLiteral("Output-token split by local source"),
+                       view::symbolUrl(QStringLiteral("info.circle"))});
     // The estimate is the whole API-list-price figure only when every token had a price.
     const bool complete =
         status.unpricedTokens.value_or(0) == 0 && status.indeterminateTokens.value_or(0) == 0;
     if (complete)
-        columns.push_back({formatUSD(status.estCost), QStringLiteral("API equivalent"), {}});
+        columns.push_back({formatUSD(status.estCost), QStringLiteral("API equivalent"), {}, {}});
     else
         columns.push_back(
             {status.pricedSubtotal ? formatUSD(*status.pricedSubtotal) : QStringLiteral("—"),
              QStringLiteral("priced API subtotal"),
+             {},
              {}});
     if (status.attention)
         columns.push_back({formatSecondsAsHours(status.attention->activeSeconds),
                            QStringLiteral("coding time"),
+                           {},
                            {}});
     return columns;
 }
 
-std::vector<SourceShare> sourceBreakdown(const DaemonStatus &status) {
+std::vector<view::SourceShare> sourceBreakdown(const DaemonStatus &status) {
     const double claude = double(std::max<qint64>(0, status.claudeCodeOutput));
     const double codex = double(std::max<qint64>(0, status.codexOutput));
     const double total = claude + codex;
     const auto share = [total](const QString &name, double part) {
         const double f = total > 0 ? part / total : 0.0;
-        return SourceShare{name, f, percent(f)};
+        return view::SourceShare{name, f, percent(f)};
     };
     return {share(QStringLiteral("Claude"), claude), share(QStringLiteral("Codex"), codex)};
+}
+
+view::Today todayPanel(const std::optional<DaemonStatus> &status) {
+    view::Today today;
+    today.title = QStringLiteral("Today");
+    if (status) {
+        today.columns = todayColumns(*status);
+        today.shares = sourceBreakdown(*status);
+    }
+    return today;
 }
 
 } // namespace quonbrix

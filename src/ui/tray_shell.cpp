@@ -2,7 +2,8 @@
 
 #include "app/app_core.h"
 #include "platform/url_opener.h"
-#include "ui/popover_model.h"
+#include "ui/popover_host.h"
+#include "ui/popover_presenter.h"
 
 #include <QDesktopServices>
 #include <QMenu>
@@ -14,21 +15,25 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     : QObject(parent)
     , m_core(core)
     , m_options(std::move(options))
-    , m_popoverModel(new PopoverModel(
-          &core.model(),
-          m_options.trayAvailable ? QString() : PopoverModel::noTrayHint(m_options.currentDesktop),
-          WorkPanelModel::linksFrom(core.environment()), this))
-    , m_popover(new PopoverWindow(m_popoverModel,
-                                  m_options.trayAvailable && m_options.canPlaceWindows
-                                      ? PopoverWindow::Mode::Popup
-                                      : PopoverWindow::Mode::Window,
-                                  this)) {
+    , m_presenter(new PopoverPresenter(&core.model(),
+                                       m_options.trayAvailable
+                                           ? QString()
+                                           : PopoverPresenter::noTrayHint(m_options.currentDesktop),
+                                       WebLinks::from(core.environment()), this))
+    , m_host(new PopoverHost(m_options.popoverProgram, this)) {
     core.model().setUrlOpener(
         [opener = UrlOpener(QDBusConnection::sessionBus(), [](const QUrl &url) {
              return QDesktopServices::openUrl(url);
          })](const QUrl &url) { return opener.open(url); });
-    connect(m_popoverModel, &PopoverModel::quitRequested, this, &TrayShell::quitRequested);
-    connect(m_popover, &PopoverWindow::opened, this, [this] { m_core.popoverShown(); });
+    connect(m_presenter, &PopoverPresenter::quitRequested, this, &TrayShell::quitRequested);
+    connect(m_presenter, &PopoverPresenter::changed, m_host, &PopoverHost::update);
+    connect(m_host, &PopoverHost::commandReceived, m_presenter, &PopoverPresenter::perform);
+    connect(m_host, &PopoverHost::visibilityReported, this, [this](bool visible) {
+        if (visible)
+            m_core.popoverShown();
+        else
+            m_presenter->stopShowing();
+    });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);
 
     if (!m_options.trayAvailable)
@@ -44,15 +49,12 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     connect(m_tray, &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
                 if (reason == QSystemTrayIcon::Trigger)
-                    m_popover->toggle(trayGeometry());
+                    requestPopover(true);
             });
     m_tray->setIcon(m_renderer.icon(m_badge));
 }
 
-TrayShell::~TrayShell() {
-    // The window's bindings read the model; it goes first.
-    delete m_popover;
-}
+TrayShell::~TrayShell() = default;
 
 void TrayShell::show() {
     if (m_tray)
@@ -62,7 +64,19 @@ void TrayShell::show() {
 }
 
 void TrayShell::openPopover() {
-    m_popover->open(trayGeometry());
+    requestPopover(false);
+}
+
+view::WindowMode TrayShell::popoverMode() const {
+    return m_options.trayAvailable && m_options.canPlaceWindows ? view::WindowMode::Popup
+                                                                : view::WindowMode::Window;
+}
+
+void TrayShell::requestPopover(bool toggle) {
+    std::optional<view::Rect> icon;
+    if (const auto r = trayGeometry())
+        icon = view::Rect{r->x(), r->y(), r->width(), r->height()};
+    m_host->show(m_presenter->startShowing(), {toWire(popoverMode()), toggle, icon});
 }
 
 void TrayShell::updateIcon() {

@@ -1,10 +1,12 @@
 #pragma once
 
-#include "ui/popover_window.h"
+#include "popover_link/popover_records.h"
 #include "ui/tray_icon.h"
 
 #include <QObject>
+#include <QRect>
 #include <memory>
+#include <optional>
 
 class QMenu;
 class QSystemTrayIcon;
@@ -12,7 +14,8 @@ class QSystemTrayIcon;
 namespace quonbrix {
 
 class AppCore;
-class PopoverModel;
+class PopoverHost;
+class PopoverPresenter;
 
 // The desktop face of the app: the tray icon with its menu, and the popover. Without a
 // tray the popover is an ordinary window, opened at start, with a hint on getting a tray.
@@ -25,6 +28,8 @@ public:
         // Wayland clients cannot place their own windows, so the popover is a normal window.
         bool canPlaceWindows = true;
         QString currentDesktop; // $XDG_CURRENT_DESKTOP
+        // The popover program (PopoverHost::locate).
+        QString popoverProgram;
     };
 
     TrayShell(AppCore &core, Options options, QObject *parent = nullptr);
@@ -37,21 +42,23 @@ public:
 
     bool hasTray() const { return m_tray != nullptr; }
     QSystemTrayIcon *trayIcon() const { return m_tray; }
-    PopoverWindow &popover() { return *m_popover; }
-    PopoverModel &popoverModel() { return *m_popoverModel; }
+    PopoverHost &popover() { return *m_host; }
+    PopoverPresenter &presenter() { return *m_presenter; }
     IconBadge currentBadge() const { return m_badge; }
+    view::WindowMode popoverMode() const;
 
 Q_SIGNALS:
     void quitRequested();
 
 private:
+    void requestPopover(bool toggle);
     void updateIcon();
     std::optional<QRect> trayGeometry() const;
 
     AppCore &m_core;
     Options m_options;
-    PopoverModel *m_popoverModel;
-    PopoverWindow *m_popover;
+    PopoverPresenter *m_presenter;
+    PopoverHost *m_host;
     QSystemTrayIcon *m_tray = nullptr;
     std::unique_ptr<QMenu> m_menu;
     TrayIconRenderer m_renderer;

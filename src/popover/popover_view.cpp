@@ -1,0 +1,82 @@
+#include "popover/popover_view.h"
+
+namespace quonbrix {
+
+namespace {
+
+// Replaces `map` and tells QML, only when something in it changed.
+template <class T, class Signal>
+void take(PopoverView *view, QVariantMap &map, const T &record, Signal changed) {
+    QVariantMap next = toVariantMap(record);
+    if (next == map)
+        return;
+    map = std::move(next);
+    Q_EMIT(view->*changed)();
+}
+
+} // namespace
+
+PopoverView::PopoverView(QObject *parent)
+    : QObject(parent) {
+    // Until the tray's first state arrives the window shows its loading form.
+    apply({view::Header{}, view::Limits{}, view::Today{}, view::Work{}, view::Projects{},
+           view::Sharing{}, view::Footer{}});
+}
+
+void PopoverView::apply(const view::PopoverState &state) {
+    if (state.header)
+        take(this, m_header, *state.header, &PopoverView::headerChanged);
+    if (state.limits) {
+        m_limitGroups.update(state.limits->groups);
+        take(this, m_limits, *state.limits, &PopoverView::limitsChanged);
+    }
+    if (state.today) {
+        m_todayColumns.update(state.today->columns);
+        m_sourceShares.update(state.today->shares);
+        take(this, m_today, *state.today, &PopoverView::todayChanged);
+    }
+    if (state.work) {
+        m_timers.update(state.work->timers);
+        take(this, m_work, *state.work, &PopoverView::workChanged);
+    }
+    if (state.projects) {
+        m_projectRows.update(state.projects->rows);
+        take(this, m_projects, *state.projects, &PopoverView::projectsChanged);
+    }
+    if (state.sharing)
+        take(this, m_sharing, *state.sharing, &PopoverView::sharingChanged);
+    if (state.footer)
+        take(this, m_footer, *state.footer, &PopoverView::footerChanged);
+}
+
+void PopoverView::request(view::Command command, std::optional<QString> label,
+                          std::optional<QString> action, std::optional<QString> id) {
+    Q_EMIT commandRequested(
+        {view::toWire(command), std::move(label), std::move(action), std::move(id)});
+}
+
+void PopoverView::syncNow() {
+    request(view::Command::Sync);
+}
+
+void PopoverView::startTimer(const QString &label) {
+    request(view::Command::StartTimer, label);
+}
+
+void PopoverView::timerAction(const QString &action, const QString &id) {
+    request(view::Command::TimerAction, std::nullopt, action, id);
+}
+
+void PopoverView::openWorkspace() {
+    request(view::Command::OpenWorkspace);
+}
+
+void PopoverView::openMeter() {
+    request(view::Command::OpenMeter);
+}
+
+void PopoverView::quit() {
+    request(view::Command::Quit);
+}
+
+} // namespace quonbrix

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "popover/record_list_model.h"
+#include "popover_link/popover_records.h"
+
+#include <QObject>
+#include <QVariantMap>
+#include <QtQml/qqmlregistration.h>
+
+namespace quonbrix {
+
+// Everything the popover window binds to: the sections the tray process words, as maps, and
+// their rows, as list models. What the user does goes back to the tray as commands.
+class PopoverView : public QObject {
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("made by the popover process")
+
+    Q_PROPERTY(QVariantMap header READ header NOTIFY headerChanged)
+    Q_PROPERTY(QVariantMap limits READ limits NOTIFY limitsChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *limitGroups READ limitGroups CONSTANT)
+    Q_PROPERTY(QVariantMap today READ today NOTIFY todayChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *todayColumns READ todayColumns CONSTANT)
+    Q_PROPERTY(quonbrix::RecordListBase *sourceShares READ sourceShares CONSTANT)
+    Q_PROPERTY(QVariantMap work READ work NOTIFY workChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *timers READ timers CONSTANT)
+    Q_PROPERTY(QVariantMap projects READ projects NOTIFY projectsChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *projectRows READ projectRows CONSTANT)
+    Q_PROPERTY(QVariantMap sharing READ sharing NOTIFY sharingChanged)
+    Q_PROPERTY(QVariantMap footer READ footer NOTIFY footerChanged)
+
+public:
+    explicit PopoverView(QObject *parent = nullptr);
+
+    // Takes the sections present in `state`; the others stay as they are.
+    void apply(const view::PopoverState &state);
+
+    QVariantMap header() const { return m_header; }
+    QVariantMap limits() const { return m_limits; }
+    RecordListBase *limitGroups() { return &m_limitGroups; }
+    QVariantMap today() const { return m_today; }
+    RecordListBase *todayColumns() { return &m_todayColumns; }
+    RecordListBase *sourceShares() { return &m_sourceShares; }
+    QVariantMap work() const { return m_work; }
+    RecordListBase *timers() { return &m_timers; }
+    QVariantMap projects() const { return m_projects; }
+    RecordListBase *projectRows() { return &m_projectRows; }
+    QVariantMap sharing() const { return m_sharing; }
+    QVariantMap footer() const { return m_footer; }
+
+    Q_INVOKABLE void syncNow();
+    Q_INVOKABLE void startTimer(const QString &label);
+    Q_INVOKABLE void timerAction(const QString &action, const QString &id);
+    Q_INVOKABLE void openWorkspace();
+    Q_INVOKABLE void openMeter();
+    Q_INVOKABLE void quit();
+
+Q_SIGNALS:
+    void commandRequested(const quonbrix::view::UserCommand &command);
+    void headerChanged();
+    void limitsChanged();
+    void todayChanged();
+    void workChanged();
+    void projectsChanged();
+    void sharingChanged();
+    void footerChanged();
+
+private:
+    void request(view::Command command, std::optional<QString> label = std::nullopt,
+                 std::optional<QString> action = std::nullopt,
+                 std::optional<QString> id = std::nullopt);
+
+    QVariantMap m_header;
+    QVariantMap m_limits;
+    RecordListModel<view::LimitGroup> m_limitGroups;
+    QVariantMap m_today;
+    RecordListModel<view::TodayColumn> m_todayColumns;
+    RecordListModel<view::SourceShare> m_sourceShares;
+    QVariantMap m_work;
+    RecordListModel<view::Timer> m_timers;
+    QVariantMap m_projects;
+    RecordListModel<view::Project> m_projectRows;
+    QVariantMap m_sharing;
+    QVariantMap m_footer;
+};
+
+} // namespace quonbrix

@@ -1,0 +1,107 @@
+import QtQuick
+import QtQuick.Layouts
+import QuonBrix
+
+// The tray popover. Layout only: every text and every decision comes from the tray, through
+// PopoverView.
+Window {
+    id: root
+    required property PopoverView view
+
+    width: 360
+    height: content.implicitHeight + 24
+    color: palette.window
+
+    // Scrolls when the window is held to the screen's height (the app sets the limit).
+    Flickable {
+        id: flick
+        anchors.fill: parent
+        contentHeight: content.implicitHeight + 24
+        boundsBehavior: Flickable.StopAtBounds
+        clip: true
+
+        ColumnLayout {
+            id: content
+            x: 12
+            y: 12
+            width: flick.width - 24
+            spacing: 10
+
+            PopoverHeader {
+                Layout.fillWidth: true
+                view: root.view
+            }
+
+            Text {
+                Layout.fillWidth: true
+                visible: text.length > 0
+                text: root.view.header.trayHint
+                wrapMode: Text.WordWrap
+                font.pixelSize: 11
+                color: palette.placeholderText
+            }
+
+            RowLayout {
+                Layout.fillWidth: true
+                Layout.topMargin: 16
+                Layout.bottomMargin: 16
+                visible: root.view.header.loading
+                spacing: 8
+                Spinner {}
+                Text {
+                    text: root.view.header.loadingText
+                    color: palette.windowText
+                }
+            }
+
+            LimitsPanel {
+                Layout.fillWidth: true
+                visible: !root.view.header.loading
+                view: root.view
+            }
+
+            TodayPanel {
+                Layout.fillWidth: true
+                visible: !root.view.header.loading
+                view: root.view
+            }
+
+            WorkPanel {
+                Layout.fillWidth: true
+                visible: !root.view.header.loading
+                view: root.view
+            }
+
+            ProjectsPanel {
+                Layout.fillWidth: true
+                visible: !root.view.header.loading
+                view: root.view
+            }
+
+            SharingPanel {
+                Layout.fillWidth: true
+                visible: !root.view.header.loading && root.view.sharing.shown
+                view: root.view
+            }
+
+            PopoverFooter {
+                Layout.fillWidth: true
+                view: root.view
+            }
+        }
+    }
+
+    // Where the panels stand when they do not all fit.
+    Rectangle {
+        anchors.right: parent.right
+        anchors.rightMargin: 2
+        y: flick.visibleArea.yPosition * flick.height
+        width: 4
+        height: flick.visibleArea.heightRatio * flick.height
+        radius: 2
+        color: palette.mid
+        visible: flick.visibleArea.heightRatio < 1
+    }
+
+    HelpBubble {}
+}

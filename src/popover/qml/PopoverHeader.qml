@@ -1,0 +1,48 @@
+import QtQuick
+import QtQuick.Layouts
+import QuonBrix
+
+RowLayout {
+    id: header
+    required property PopoverView view
+    spacing: 10
+
+    QuonBrixMark {
+        Layout.preferredWidth: 34
+        Layout.preferredHeight: 34
+    }
+
+    ColumnLayout {
+        Layout.fillWidth: true
+        spacing: 2
+        RowLayout {
+            spacing: 6
+            Text {
+                text: header.view.header.title
+                font.bold: true
+                font.pixelSize: 15
+                color: palette.windowText
+            }
+            StatusPill {
+                text: header.view.header.statusPill
+            }
+        }
+        Text {
+            Layout.fillWidth: true
+            text: header.view.header.subtitle
+            elide: Text.ElideRight
+            font.pixelSize: 11
+            color: palette.placeholderText
+        }
+    }
+
+    PlainButton {
+        visible: !header.view.header.loading
+        text: header.view.header.update.label
+        symbol: header.view.header.update.symbol
+        help: header.view.header.update.help
+        enabled: header.view.header.update.enabled
+        fontSize: 11
+        onClicked: header.view.syncNow()
+    }
+}

@@ -1,0 +1,75 @@
+#include "popover/symbols.h"
+
+#include <QHash>
+#include <QIcon>
+#include <QImageReader>
+
+namespace quonbrix {
+
+namespace {
+
+const QHash<QString, SymbolIcon> &table() {
+    static const QHash<QString, SymbolIcon> t = [] {
+        QHash<QString, SymbolIcon> m;
+        const auto add = [&m](const char *symbol, const char *theme, bool bundled) {
+            const QString name = QString::fromLatin1(symbol);
+            m.insert(name,
+                     {QString::fromLatin1(theme), bundled ? QStringLiteral(":/quonbrix/symbols/") +
+                                                                name + QStringLiteral(".svg")
+                                                          : QString()});
+        };
+        add("calendar", "x-office-calendar-symbolic", true);
+        add("checkmark.circle", "emblem-ok-symbolic", true);
+        add("exclamationmark.triangle", "dialog-warning-symbolic", true);
+        add("questionmark.circle", "dialog-question-symbolic", true);
+        add("info.circle", "dialog-information-symbolic", true);
+        add("ticket.fill", "", true);
+        add("power", "system-shutdown-symbolic", true);
+        add("clock", "appointment-soon-symbolic", true);
+        add("chevron.left", "go-previous-symbolic", true);
+        add("chevron.right", "go-next-symbolic", true);
+        add("play.fill", "media-playback-start-symbolic", true);
+        add("pause.fill", "media-playback-pause-symbolic", true);
+        add("xmark", "window-close-symbolic", true);
+        add("checkmark", "object-select-symbolic", true);
+        add("record.circle.fill", "media-record-symbolic", true);
+        add("pause.circle.fill", "media-playback-pause-symbolic", true);
+        add("checkmark.circle.fill", "emblem-ok-symbolic", true);
+        add("exclamationmark.triangle.fill", "dialog-warning-symbolic", true);
+        add("arrow.triangle.2.circlepath", "view-refresh-symbolic", true);
+        add("person.crop.circle.badge.plus", "contact-new-symbolic", true);
+        add("rectangle.3.group", "view-grid-symbolic", true);
+        add("gauge.with.dots.needle.50percent", "utilities-system-monitor-symbolic", true);
+        add("list.bullet.rectangle", "view-list-symbolic", true);
+        return m;
+    }();
+    return t;
+}
+
+} // namespace
+
+SymbolIcon symbolIcon(const QString &symbol) {
+    return table().value(symbol);
+}
+
+SymbolImageProvider::SymbolImageProvider()
+    : QQuickImageProvider(QQuickImageProvider::Image) {}
+
+QImage SymbolImageProvider::requestImage(const QString &id, QSize *size,
+                                         const QSize &requestedSize) {
+    const QSize wanted = requestedSize.isValid() ? requestedSize : QSize(16, 16);
+    const SymbolIcon icon = symbolIcon(id);
+    QImage image;
+    if (!icon.themeName.isEmpty() && QIcon::hasThemeIcon(icon.themeName)) {
+        image = QIcon::fromTheme(icon.themeName).pixmap(wanted).toImage();
+    } else if (!icon.bundled.isEmpty()) {
+        QImageReader reader(icon.bundled);
+        reader.setScaledSize(wanted);
+        image = reader.read();
+    }
+    if (size)
+        *size = image.size();
+    return image;
+}
+
+} // namespace quonbrix

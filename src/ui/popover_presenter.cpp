@@ -1,0 +1,168 @@
+#include "ui/popover_presenter.h"
+
+#include "ui/popover_panels.h"
+#include "ui/work_panels.h"
+
+namespace quonbrix {
+
+namespace {
+
+view::Header header(const StatusModel &model, const QString &trayHint) {
+    const bool loading = !model.hasStatus();
+    return {QStringLiteral("quon-brix"),
+            loading ? QStringLiteral("Starting") : QStringLiteral("Local meter"),
+            loading ? QStringLiteral("Local meter daemon")
+                    : QStringLiteral("Local only · no account needed"),
+            loading,
+            QStringLiteral("Starting meter…"),
+            trayHint,
+            updateButton(model)};
+}
+
+// Moves `next` into `shown` and `out` where it differs from what the popover has.
+template <class T>
+void carry(std::optional<T> &shown, std::optional<T> &next, std::optional<T> &out) {
+    if (next && next != shown) {
+        shown = next;
+        out = std::move(next);
+    }
+}
+
+} // namespace
+
+PopoverPresenter::PopoverPresenter(StatusModel *status, QString trayHint, WebLinks links,
+                                   QObject *parent)
+    : QObject(parent)
+    , m_status(status)
+    , m_trayHint(std::move(trayHint))
+    , m_links(std::move(links)) {
+    m_tick.setInterval(1000);
+    connect(&m_tick, &QTimer::timeout, this, [this] { update(true); });
+    for (auto signal : {&StatusModel::statusChanged, &StatusModel::workTimerBusyIDsChanged,
+                        &StatusModel::workTimerFeedbackChanged, &StatusModel::syncingChanged,
+                        &StatusModel::syncMessageChanged, &StatusModel::openingLocalConsoleChanged,
+                        &StatusModel::localConsoleMessageChanged})
+        connect(m_status, signal, this, &PopoverPresenter::scheduleUpdate);
+}
+
+view::PopoverState PopoverPresenter::state() const {
+    const QDateTime now = m_clock->now();
+    const PanelContext context{now, m_locale, m_zone};
+    const auto &status = m_status->status();
+    return {header(*m_status, m_trayHint),
+            limitsPanel(status, context),
+            todayPanel(status),
+            workPanel(*m_status, now),
+            projectsPanel(status),
+            sharingPanel(status),
+            footer(*m_status)};
+}
+
+view::PopoverState PopoverPresenter::startShowing() {
+    m_showing = true;
+    m_shown = state();
+    updateTicking();
+    return m_shown;
+}
+
+void PopoverPresenter::stopShowing() {
+    m_showing = false;
+    m_shown = {};
+    updateTicking();
+}
+
+void PopoverPresenter::scheduleUpdate() {
+    // One status pass changes several properties in a row; they make one update.
+    if (!m_showing || m_updateQueued)
+        return;
+    m_updateQueued = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_updateQueued = false;
+            update(false);
+        },
+        Qt::QueuedConnection);
+}
+
+void PopoverPresenter::update(bool workOnly) {
+    if (!m_showing)
+        return;
+    view::PopoverState next;
+    if (workOnly)
+        next.work = workPanel(*m_status, m_clock->now());
+    else
+        next = state();
+    view::PopoverState out;
+    carry(m_shown.header, next.header, out.header);
+    carry(m_shown.limits, next.limits, out.limits);
+    carry(m_shown.today, next.today, out.today);
+    carry(m_shown.work, next.work, out.work);
+    carry(m_shown.projects, next.projects, out.projects);
+    carry(m_shown.sharing, next.sharing, out.sharing);
+    carry(m_shown.footer, next.footer, out.footer);
+    updateTicking();
+    if (out != view::PopoverState{})
+        Q_EMIT changed(out);
+}
+
+void PopoverPresenter::updateTicking() {
+    const bool tick = m_showing && anyTimerRunning(m_status->status());
+    if (tick && !m_tick.isActive())
+        m_tick.start();
+    else if (!tick)
+        m_tick.stop();
+}
+
+void PopoverPresenter::perform(const view::UserCommand &command) {
+    const auto which = view::commandFromWire(command.name);
+    if (!which)
+        return;
+    switch (*which) {
+    case view::Command::Sync:
+        m_status->syncNow();
+        break;
+    case view::Command::StartTimer:
+        m_status->startWorkTimer(command.label.value_or(QString()));
+        break;
+    case view::Command::TimerAction: {
+        const QString id = command.id.value_or(QString());
+        const QString action = command.action.value_or(QString());
+        if (action == QLatin1String("pause"))
+            m_status->pauseWorkTimer(id);
+        else if (action == QLatin1String("resume"))
+            m_status->resumeWorkTimer(id);
+        else if (action == QLatin1String("complete"))
+            m_status->completeWorkTimer(id);
+        else if (action == QLatin1String("cancel"))
+            m_status->cancelWorkTimer(id);
+        break;
+    }
+    case view::Command::OpenWorkspace:
+        m_status->openUrl(m_links.workspace);
+        break;
+    case view::Command::OpenMeter:
+        m_status->openLocalConsole(m_links.localConsole);
+        break;
+    case view::Command::Quit:
+        Q_EMIT quitRequested();
+        break;
+    }
+}
+
+void PopoverPresenter::setContext(const Clock *clock, QLocale locale, QTimeZone zone) {
+    m_clock = clock;
+    m_locale = std::move(locale);
+    m_zone = std::move(zone);
+}
+
+QString PopoverPresenter::noTrayHint(const QString &currentDesktop) {
+    const QStringList desktops = currentDesktop.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    if (desktops.contains(QLatin1String("GNOME"), Qt::CaseInsensitive))
+        return QStringLiteral("No tray icon: enable the AppIndicator extension "
+                              "(gnome-shell-extension-appindicator) and start QuonBrix again.");
+    return QStringLiteral("No tray icon: add a system tray to your panel (waybar: the \"tray\" "
+                          "module) and start QuonBrix again.");
+}
+
+} // namespace quonbrix

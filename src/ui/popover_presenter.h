@@ -1,0 +1,63 @@
+#pragma once
+
+#include "app/status_model.h"
+#include "app/web_links.h"
+#include "popover_link/popover_records.h"
+
+#include <QLocale>
+#include <QObject>
+#include <QTimeZone>
+#include <QTimer>
+
+namespace quonbrix {
+
+// Words what the popover shows from the status model and carries out what the user asks for
+// in it. While the popover is hidden it does no work at all; while it is shown it follows the
+// model (and, while a timer runs, the clock) and hands on only the sections that changed.
+class PopoverPresenter : public QObject {
+    Q_OBJECT
+
+public:
+    // `trayHint` is shown under the header when the desktop has no tray to hold the icon.
+    PopoverPresenter(StatusModel *status, QString trayHint, WebLinks links,
+                     QObject *parent = nullptr);
+
+    // Everything the popover shows, worded now: relative times age while the status stays.
+    view::PopoverState state() const;
+    // Following starts with `state()` as what the popover has; it ends when it is hidden.
+    view::PopoverState startShowing();
+    void stopShowing();
+    bool isShowing() const { return m_showing; }
+    bool isTicking() const { return m_tick.isActive(); }
+
+    void perform(const view::UserCommand &command);
+
+    // Time, locale and zone the panels are worded in; the system's unless set.
+    void setContext(const Clock *clock, QLocale locale, QTimeZone zone);
+
+    // One line telling how to get a tray icon on this desktop, from XDG_CURRENT_DESKTOP.
+    static QString noTrayHint(const QString &currentDesktop);
+
+Q_SIGNALS:
+    // Only the sections that differ from what the popover has.
+    void changed(const quonbrix::view::PopoverState &sections);
+    void quitRequested();
+
+private:
+    void scheduleUpdate();
+    void update(bool workOnly);
+    void updateTicking();
+
+    StatusModel *m_status;
+    QString m_trayHint;
+    WebLinks m_links;
+    const Clock *m_clock = &SystemClock::instance();
+    QLocale m_locale;
+    QTimeZone m_zone = QTimeZone::systemTimeZone();
+    bool m_showing = false;
+    bool m_updateQueued = false;
+    view::PopoverState m_shown;
+    QTimer m_tick;
+};
+
+} // namespace quonbrix

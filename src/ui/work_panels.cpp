@@ -1,0 +1,164 @@
+#include "ui/work_panels.h"
+
+#include "features/formatting.h"
+#include "features/sharing.h"
+#include "ui/popover_panels.h"
+
+#include <algorithm>
+
+namespace quonbrix {
+
+namespace {
+
+bool isOpen(const WorkSession &session) {
+    return !session.completedAt && session.status != QLatin1String("completed") &&
+           session.status != QLatin1String("cancelled");
+}
+
+bool isRunning(const WorkSession &session) {
+    return session.status == QLatin1String("running");
+}
+
+view::Button button(const QString &label, const QString &symbol, const QString &help,
+                    bool enabled = true) {
+    return {label, view::symbolUrl(symbol), help, enabled};
+}
+
+view::Timer timerRow(const WorkSession &session, bool busy, const QDateTime &now) {
+    const bool running = isRunning(session);
+    view::Timer t;
+    t.sessionId = session.id;
+    t.label = session.projectLabel;
+    t.caption = QStringLiteral("Project-only time");
+    t.elapsed = formatElapsedClock(workTimerElapsedSeconds(session, now));
+    t.stateWord = running ? QStringLiteral("Running") : QStringLiteral("Paused");
+    t.color = toneColor(running ? Tone::Green : Tone::Orange);
+    t.statusSymbol = view::symbolUrl(running ? QStringLiteral("record.circle.fill")
+                                             : QStringLiteral("pause.circle.fill"));
+    t.primaryAction = running ? QStringLiteral("pause") : QStringLiteral("resume");
+    t.primary = running ? button(QStringLiteral("Pause"), QStringLiteral("pause.fill"),
+                                 QStringLiteral("Pause this timer"), !busy)
+                        : button(QStringLiteral("Resume"), QStringLiteral("play.fill"),
+                                 QStringLiteral("Resume this timer"), !busy);
+    t.complete = button(QStringLiteral("Complete"), QStringLiteral("checkmark"),
+                        QStringLiteral("Complete this timer"), !busy);
+    t.cancel = button(QStringLiteral("Cancel"), QStringLiteral("xmark"),
+                      QStringLiteral("Cancel this timer"), !busy);
+    return t;
+}
+
+view::Feedback feedback(const std::vector<WorkTimerFeedback> &list) {
+    if (list.empty())
+        return {};
+    const WorkTimerFeedback &last = list.back();
+    QString text = last.message;
+    if (last.projectLabel)
+        text = *last.projectLabel + QStringLiteral(": ") + text;
+    return {text,
+            view::symbolUrl(last.isError ? QStringLiteral("exclamationmark.triangle.fill")
+                                         : QStringLiteral("checkmark.circle.fill")),
+            toneColor(last.isError ? Tone::Orange : Tone::Green)};
+}
+
+} // namespace
+
+bool anyTimerRunning(const std::optional<DaemonStatus> &status) {
+    if (!status || !status->workTimers)
+        return false;
+    return std::any_of(status->workTimers->cbegin(), status->workTimers->cend(),
+                       [](const WorkSession &s) { return isOpen(s) && isRunning(s); });
+}
+
+view::Work workPanel(const StatusModel &model, const QDateTime &now) {
+    view::Work work;
+    work.title = QStringLiteral("Current work");
+    work.labelPlaceholder = QStringLiteral("Project label");
+    work.start = button(QStringLiteral("Start"), QStringLiteral("play.fill"), QString(),
+                        !model.workTimerBusyIDs().contains(workTimerStartBusyID));
+    const auto &status = model.status();
+    if (status && status->workTimers) {
+        for (const WorkSession &session : *status->workTimers)
+            if (isOpen(session))
+                work.timers.push_back(
+                    timerRow(session, model.workTimerBusyIDs().contains(session.id), now));
+    }
+    work.timersHeader =
+        work.timers.empty()
+            ? QStringLiteral("No open timers")
+            : QString::number(work.timers.size()) +
+                  QStringLiteral(" open timers · concurrent timer time is additive");
+    work.feedback = feedback(model.workTimerFeedback());
+    return work;
+}
+
+view::Projects projectsPanel(const std::optional<DaemonStatus> &status) {
+    view::Projects projects;
+    projects.title = QStringLiteral("Local projects");
+    projects.emptyText = QStringLiteral(
+        "No Claude Code or Codex usage found yet. Refresh after your first session.");
+    if (!status || !status->projects)
+        return projects;
+    for (const StatusProjectRow &row : *status->projects) {
+        const bool subtotal =
+            row.unpricedTokens.value_or(0) > 0 || row.indeterminateTokens.value_or(0) > 0;
+        const double cost = subtotal ? row.pricedSubtotal.value_or(row.estCost) : row.estCost;
+        const QString label = row.key.value(QStringLiteral("project"));
+        projects.rows.push_back(
+            {label.isEmpty() ? QStringLiteral("Unlabeled") : label,
+             formatTokens(row.work) + QStringLiteral(" work tokens · ") + formatUSD(cost),
+             subtotal ? QStringLiteral(
+                            "Priced subtotal only; the complete API equivalent is unavailable")
+                      : QStringLiteral("API list-price equivalent on the quon basis; not your "
+                                       "subscription charge")});
+    }
+    return projects;
+}
+
+view::Sharing sharingPanel(const std::optional<DaemonStatus> &status) {
+    view::Sharing sharing;
+    sharing.title = QStringLiteral("Cloud sync (optional)");
+    if (!status)
+        return sharing;
+    const bool on = status->consent.master.shared;
+    sharing.shown = true;
+    sharing.state = on ? QStringLiteral("Sharing enabled") : QStringLiteral("Sharing off");
+    sharing.symbol = view::symbolUrl(on ? QStringLiteral("checkmark.circle.fill")
+                                        : QStringLiteral("pause.circle.fill"));
+    sharing.color = toneColor(on ? Tone::Green : Tone::Secondary);
+    sharing.disclosure = view::symbolUrl(QStringLiteral("chevron.right"));
+    sharing.summary = sharingSummary(sharingCounts(status->consent));
+    sharing.manage = {QStringLiteral("Manage in console"), {}, {}, true};
+    return sharing;
+}
+
+view::Button updateButton(const StatusModel &model) {
+    const bool syncing = model.syncing();
+    return button(syncing ? QStringLiteral("Updating") : QStringLiteral("Update now"),
+                  QStringLiteral("arrow.triangle.2.circlepath"),
+                  QStringLiteral("Update the latest usage stored on this Mac"), !syncing);
+}
+
+view::Footer footer(const StatusModel &model) {
+    view::Footer f;
+    if (!model.syncMessage().isEmpty())
+        f.messages << model.syncMessage();
+    if (!model.localConsoleMessage().isEmpty())
+        f.messages << model.localConsoleMessage();
+    const auto &status = model.status();
+    f.syncDetail = status && status->enrolled && !status->lastPushAt
+                       ? QStringLiteral("Not synced")
+                       : QStringLiteral("Stored on this Mac");
+    const bool opening = model.openingLocalConsole();
+    f.workspace = button(opening ? QStringLiteral("Opening") : QStringLiteral("Open workspace"),
+                         QStringLiteral("rectangle.3.group"),
+                         QStringLiteral("Open your cloud workspace for history, goals, evidence, "
+                                        "clients, and reports"));
+    f.meter =
+        button(QStringLiteral("Open meter"), QStringLiteral("gauge.with.dots.needle.50percent"),
+               QStringLiteral("Open this Mac's private local Meter"), !opening);
+    f.quit = button(QStringLiteral("Quit"), QStringLiteral("power"),
+                    QStringLiteral("Stop the meter and quit QuonBrix"));
+    return f;
+}
+
+} // namespace quonbrix

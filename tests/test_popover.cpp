@@ -1,0 +1,346 @@
+// The popover process as the tray drives it: its row models announce only what changed, it
+// answers the tray's messages over a real pipe, and it renders what the tray words (offscreen),
+// the stand-in daemon's "near limits" day included.
+
+#include "app/app_core.h"
+#include "popover/popover_app.h"
+#include "popover/popover_placement.h"
+#include "support/fake_daemon.h"
+#include "support/quick_items.h"
+#include "ui/popover_presenter.h"
+
+#include <QProcess>
+#include <QQmlEngineExtensionPlugin>
+#include <QQuickItem>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <fcntl.h>
+#include <unistd.h>
+
+Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
+
+using namespace quonbrix;
+using quonbrix::test::visibleTexts;
+using quonbrix::test::visualItems;
+
+namespace {
+
+// "a:1 b:2": projects labelled a and b with figures "1" and "2".
+std::vector<view::Project> projects(const QString &spec) {
+    std::vector<view::Project> out;
+    for (const QString &p : spec.split(u' ', Qt::SkipEmptyParts))
+        out.push_back({p.section(u':', 0, 0), p.section(u':', 1), QStringLiteral("help")});
+    return out;
+}
+
+// What a model announces, one entry per signal: "changed 1 figures", "inserted 2", …
+std::shared_ptr<QStringList> announcements(QAbstractItemModel &model) {
+    auto log = std::make_shared<QStringList>();
+    const auto names = model.roleNames();
+    QObject::connect(
+        &model, &QAbstractItemModel::dataChanged,
+        [log, names](const QModelIndex &from, const QModelIndex &, const QList<int> &roles) {
+            QStringList changed;
+            for (int r : roles)
+                changed << QString::fromLatin1(names.value(r));
+            *log << QStringLiteral("changed %1 %2").arg(from.row()).arg(changed.join(u','));
+        });
+    QObject::connect(&model, &QAbstractItemModel::rowsInserted,
+                     [log](const QModelIndex &, int first) {
+                         *log << QStringLiteral("inserted %1").arg(first);
+                     });
+    QObject::connect(
+        &model, &QAbstractItemModel::rowsRemoved,
+        [log](const QModelIndex &, int first) { *log << QStringLiteral("removed %1").arg(first); });
+    QObject::connect(&model, &QAbstractItemModel::rowsMoved,
+                     [log](const QModelIndex &, int from, int, const QModelIndex &, int to) {
+                         *log << QStringLiteral("moved %1>%2").arg(from).arg(to);
+                     });
+    QObject::connect(&model, &QAbstractItemModel::modelReset,
+                     [log] { *log << QStringLiteral("reset"); });
+    return log;
+}
+
+// The model's rows read back through its roles, as "label:figures".
+QString shown(const RecordListModel<view::Project> &model) {
+    QStringList rows;
+    const auto names = model.roleNames();
+    for (int i = 0; i < model.rowCount(); ++i)
+        rows << model.data(model.index(i), names.key("label")).toString() + u':' +
+                    model.data(model.index(i), names.key("figures")).toString();
+    return rows.join(u' ');
+}
+
+// Both ends of a pipe, closed when done.
+struct Pipe {
+    int read = -1;
+    int write = -1;
+    Pipe() {
+        int fds[2];
+        if (::pipe2(fds, O_CLOEXEC) == 0) {
+            read = fds[0];
+            write = fds[1];
+        }
+    }
+    ~Pipe() {
+        for (int fd : {read, write})
+            if (fd >= 0)
+                ::close(fd);
+    }
+    void closeWrite() {
+        ::close(write);
+        write = -1;
+    }
+};
+
+// The popover process's side of the pipes, run in this process.
+struct PopoverRig {
+    Pipe toPopover;
+    Pipe fromPopover;
+    PopoverApp app;
+    view::LineReader reader;
+    QList<view::FromPopover> received;
+
+    explicit PopoverRig(std::chrono::milliseconds linger = std::chrono::seconds(30))
+        : app({toPopover.read, fromPopover.write, linger}) {
+        ::fcntl(fromPopover.read, F_SETFL, O_NONBLOCK);
+    }
+    void send(const QByteArray &line) {
+        QVERIFY(::write(toPopover.write, line.constData(), size_t(line.size())) == line.size());
+    }
+    void send(const view::ToPopover &message) { send(view::encodeLine(message)); }
+    // Waits for the next message from the popover.
+    std::optional<view::FromPopover> next(int timeoutMs = 5000) {
+        QElapsedTimer waited;
+        waited.start();
+        while (received.isEmpty() && waited.elapsed() < timeoutMs) {
+            char buffer[4096];
+            const ssize_t n = ::read(fromPopover.read, buffer, sizeof buffer);
+            if (n > 0)
+                reader.feed(QByteArrayView(buffer, n), [this](QByteArrayView line) {
+                    if (auto m = view::decodeLine<view::FromPopover>(line))
+                        received << *m;
+                });
+            else
+                QTest::qWait(10);
+        }
+        if (received.isEmpty())
+            return std::nullopt;
+        return received.takeFirst();
+    }
+    QQuickItem *button(const QString &text) {
+        for (QQuickItem *item : visualItems(app.window().window()->contentItem()))
+            if (item->property("text").toString() == text &&
+                item->metaObject()->indexOfSignal("clicked()") >= 0)
+                return item;
+        return nullptr;
+    }
+};
+
+} // namespace
+
+class PopoverTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void rowsAnnounceOnlyWhatChanged_data();
+    void rowsAnnounceOnlyWhatChanged();
+    void groupRowsUpdateInPlace();
+    void answersTheTrayOverItsPipe();
+    void endsWhenTheTrayGoesOrAfterLingering();
+    void placement_data();
+    void placement();
+    void nearLimitsDayRenders();
+};
+
+void PopoverTest::rowsAnnounceOnlyWhatChanged_data() {
+    QTest::addColumn<QString>("before");
+    QTest::addColumn<QString>("after");
+    QTest::addColumn<QString>("announced");
+    const auto row = [](const char *name, const char *before, const char *after,
+                        const char *announced) {
+        QTest::newRow(name) << QString::fromLatin1(before) << QString::fromLatin1(after)
+                            << QString::fromLatin1(announced);
+    };
+    row("one figure: that row, that role", "a:1 b:2 c:3", "a:1 b:5 c:3", "changed 1 figures");
+    row("nothing changed: nothing said", "a:1 b:2", "a:1 b:2", "");
+    row("a row goes", "a:1 b:2 c:3", "a:1 c:3", "removed 1");
+    row("a row comes", "a:1 c:3", "a:1 b:2 c:3", "inserted 1");
+    row("rows swap and one changes", "a:1 b:2", "b:4 a:1", "moved 1>0|changed 0 figures");
+    row("same labels twice: the whole list", "a:1 a:2", "a:1 a:3", "reset");
+}
+
+void PopoverTest::rowsAnnounceOnlyWhatChanged() {
+    QFETCH(QString, before);
+    QFETCH(QString, after);
+    QFETCH(QString, announced);
+    RecordListModel<view::Project> model;
+    model.update(projects(before));
+    const auto log = announcements(model);
+    model.update(projects(after));
+    QCOMPARE(log->join(u'|'), announced);
+    QCOMPARE(shown(model), after);
+}
+
+void PopoverTest::groupRowsUpdateInPlace() {
+    RecordListModel<view::LimitGroup> groups;
+    view::LimitGroup codex{
+        QStringLiteral("codex"), QStringLiteral("Codex"), QStringLiteral("#10a37f"), {}, {}};
+    codex.rows = {{QStringLiteral("5h window"), {}, 0.5, QStringLiteral("50%"), {}, false, {}},
+                  {QStringLiteral("Weekly"), {}, 0.2, QStringLiteral("20%"), {}, false, {}}};
+    groups.update({codex});
+    const int rowsRole = groups.roleNames().key("rows");
+    auto *rows = qobject_cast<QAbstractItemModel *>(
+        groups.data(groups.index(0), rowsRole).value<QObject *>());
+    QVERIFY(rows);
+    const auto groupLog = announcements(groups);
+    const auto rowLog = announcements(*rows);
+
+    codex.rows[1].percent = QStringLiteral("21%");
+    groups.update({codex});
+    // The weekly row says so; the group and its list object stay as they were.
+    QCOMPARE(*groupLog, QStringList());
+    QCOMPARE(*rowLog, QStringList{QStringLiteral("changed 1 percent")});
+    QCOMPARE(groups.data(groups.index(0), rowsRole).value<QObject *>(), rows);
+    QCOMPARE(rows->data(rows->index(1, 0), rows->roleNames().key("percent")).toString(),
+             QStringLiteral("21%"));
+}
+
+void PopoverTest::answersTheTrayOverItsPipe() {
+    test::FakeDaemon daemon;
+    daemon.refuse();
+    QTemporaryDir home;
+    AppCore core(daemon.environment(home.path()), nullptr, {});
+    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}));
+    PopoverRig rig;
+
+    // Garbage from the tray is ignored; the next good line still works.
+    rig.send(QByteArray("{not json\n"));
+    rig.send({presenter.startShowing(), std::nullopt, std::nullopt});
+    rig.send({std::nullopt,
+              view::ShowRequest{QStringLiteral("popup"), false, view::Rect{1200, 0, 24, 24}},
+              std::nullopt});
+    const auto shown = rig.next();
+    QVERIFY(shown && shown->visible == true);
+    QVERIFY(rig.app.window().window()->flags().testFlag(Qt::FramelessWindowHint));
+    // Before the daemon answers: header, "Starting meter…" and the footer only.
+    const QStringList texts = visibleTexts(rig.app.window().window());
+    for (const char *expected :
+         {"quon-brix", "Starting", "Local meter daemon", "Starting meter…", "Quit"})
+        QVERIFY2(texts.contains(QString::fromUtf8(expected)), qPrintable(texts.join(u'|')));
+    QVERIFY(!texts.contains(QStringLiteral("Can I keep working?")));
+
+    // A click goes back to the tray as a command, and only as that.
+    QQuickItem *quit = rig.button(QStringLiteral("Quit"));
+    QVERIFY(quit);
+    QMetaObject::invokeMethod(quit, "clicked");
+    const auto command = rig.next();
+    QVERIFY(command && command->command);
+    QCOMPARE(command->command->name, QStringLiteral("quit"));
+
+    // A tray click on the open popover closes it.
+    rig.send({std::nullopt, view::ShowRequest{QStringLiteral("popup"), true, std::nullopt},
+              std::nullopt});
+    const auto hidden = rig.next();
+    QVERIFY(hidden && hidden->visible == false);
+    QVERIFY(!rig.app.window().isVisible());
+}
+
+void PopoverTest::endsWhenTheTrayGoesOrAfterLingering() {
+    {
+        PopoverRig rig(std::chrono::milliseconds(300));
+        QSignalSpy finished(&rig.app, &PopoverApp::finished);
+        rig.send({std::nullopt, view::ShowRequest{QStringLiteral("window"), false, std::nullopt},
+                  std::nullopt});
+        QVERIFY(rig.next() == (view::FromPopover{true, std::nullopt}));
+        QTest::qWait(500);
+        QCOMPARE(finished.count(), 0); // shown: it stays however long
+        rig.send({std::nullopt, std::nullopt, true});
+        QVERIFY(rig.next() == (view::FromPopover{false, std::nullopt}));
+        QVERIFY(finished.wait(2000));
+    }
+    PopoverRig rig;
+    QSignalSpy finished(&rig.app, &PopoverApp::finished);
+    rig.toPopover.closeWrite();
+    QVERIFY(finished.wait(2000));
+}
+
+void PopoverTest::placement_data() {
+    QTest::addColumn<QRect>("icon");
+    QTest::addColumn<QPoint>("cursor");
+    QTest::addColumn<QPoint>("expected");
+    const QPoint noCursor(-1, -1);
+    // Popover 360×400 on a 1280×800 screen whose panel takes the top 24 pixels.
+    QTest::newRow("icon in a top panel: centred below it")
+        << QRect(600, 0, 24, 24) << noCursor << QPoint(431, 30);
+    QTest::newRow("icon at the right edge: kept on screen")
+        << QRect(1256, 0, 24, 24) << noCursor << QPoint(914, 30);
+    QTest::newRow("icon in a bottom panel: opens upwards")
+        << QRect(600, 776, 24, 24) << noCursor << QPoint(431, 370);
+    QTest::newRow("no icon geometry: at the pointer")
+        << QRect() << QPoint(700, 300) << QPoint(520, 307);
+    QTest::newRow("pointer near the left edge") << QRect() << QPoint(100, 10) << QPoint(6, 30);
+    QTest::newRow("nothing known: top right corner") << QRect() << noCursor << QPoint(914, 30);
+}
+
+void PopoverTest::placement() {
+    QFETCH(QRect, icon);
+    QFETCH(QPoint, cursor);
+    QFETCH(QPoint, expected);
+    const QRect available(0, 24, 1280, 776);
+    const QPoint at =
+        popoverPosition(QSize(360, 400), icon.isNull() ? std::nullopt : std::optional<QRect>(icon),
+                        cursor.x() < 0 ? std::nullopt : std::optional<QPoint>(cursor), available);
+    QCOMPARE(at, expected);
+    QVERIFY(available.contains(QRect(at, QSize(360, 400))));
+}
+
+void PopoverTest::nearLimitsDayRenders() {
+    QTemporaryDir home;
+    QProcess sim;
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("HOME"), home.path());
+    sim.setProcessEnvironment(env);
+    sim.start(QStringLiteral(QUONBRIX_BIN_DIR "/brixd-sim"),
+              {QStringLiteral("run"), QStringLiteral("--port"), QStringLiteral("0"),
+               QStringLiteral("--scenario"), QStringLiteral("near-limits")});
+    QByteArray log;
+    static const QRegularExpression serving(QStringLiteral("http://127\\.0\\.0\\.1:(\\d+)"));
+    QTRY_VERIFY_WITH_TIMEOUT(
+        serving.match(QString::fromUtf8(log += sim.readAllStandardError())).hasMatch(), 10000);
+    const QString port = serving.match(QString::fromUtf8(log)).captured(1);
+
+    AppCore core(Environment({{QStringLiteral("HOME"), home.path()},
+                              {QStringLiteral("QUON_BRIX_ADMIN_PORT"), port}}),
+                 nullptr, {});
+    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}));
+    core.launch();
+    QTRY_VERIFY_WITH_TIMEOUT(core.model().hasStatus(), 10000);
+    PopoverView view;
+    view.apply(presenter.startShowing());
+    PopoverWindow popover(&view);
+    popover.open();
+    QVERIFY(QTest::qWaitForWindowExposed(popover.window()));
+    QTest::qWait(200); // let the layouts settle before the picture
+
+    const QStringList texts = visibleTexts(popover.window());
+    for (const char *expected : {"quon-brix", "Can I keep working?", "Today", "Claude Code",
+                                 "Codex", "Almost at a provider limit", "output tokens",
+                                 "Current work", "Local projects", "Cloud sync (optional)", "Quit"})
+        QVERIFY2(texts.contains(QString::fromUtf8(expected)), qPrintable(texts.join(u'|')));
+    QVERIFY(!texts.contains(QStringLiteral("Starting meter…")));
+    QVERIFY(!texts.contains(QStringLiteral("Provider headroom unavailable")));
+    QVERIFY(!texts.contains(QStringLiteral(
+        "No Claude Code or Codex usage found yet. Refresh after your first session.")));
+
+    // Kept for whoever looks at a CI run.
+    const QString shot = QStringLiteral(QUONBRIX_ARTIFACT_DIR "/popover-near-limits.png");
+    QVERIFY(popover.window()->grabWindow().save(shot));
+    sim.terminate();
+    sim.waitForFinished(3000);
+}
+
+QTEST_MAIN(PopoverTest)
+#include "test_popover.moc"
