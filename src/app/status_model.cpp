@@ -44,7 +44,15 @@ void StatusModel::setAttentionSources(IdleTimeSource *idle, ForegroundAppSource 
 }
 
 void StatusModel::sendAttentionHeartbeat() {
-    const auto heartbeat = sampleAttention(m_idle, m_foreground, *m_clock);
+    if (m_idle)
+        m_idle->queryIdleSeconds(
+            this, [this](std::optional<double> idleSeconds) { sendAttention(idleSeconds); });
+    else
+        sendAttention(std::nullopt);
+}
+
+void StatusModel::sendAttention(std::optional<double> idleSeconds) {
+    const auto heartbeat = sampleAttention(idleSeconds, m_foreground, *m_clock);
     if (!heartbeat) {
         if (!m_loggedNoIdleSource) {
             if (m_idle)

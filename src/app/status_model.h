@@ -65,7 +65,8 @@ public:
     // `whyNoIdle` says in the log why a null idle source is all there is.
     void setAttentionSources(IdleTimeSource *idle, ForegroundAppSource *foreground,
                              const Clock *clock, const QString &whyNoIdle = {});
-    // Samples attention and reports it to the daemon; failures are dropped.
+    // Asks the desktop for the idle time and returns at once; the heartbeat goes to the daemon
+    // when the answer comes. No answer, no heartbeat; failures are dropped.
     void sendAttentionHeartbeat();
 
     // Held weakly: the shell hands it over when the popover first opens.
@@ -112,6 +113,7 @@ Q_SIGNALS:
     void localConsoleFinished();
 
 private:
+    void sendAttention(std::optional<double> idleSeconds);
     void act(const QString &action, const QString &id);
     void performWorkTimer(const QString &action, const QString &busyID,
                           const std::optional<QString> &sessionId,
