@@ -26,7 +26,9 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     core.model().setUrlOpener(
         [opener = UrlOpener(QDBusConnection::sessionBus(), [](const QUrl &url) {
              return QDesktopServices::openUrl(url);
-         })](const QUrl &url) { return opener.open(url); });
+         })](const QUrl &url, QObject *context, UrlOpenDone done) {
+            opener.open(url, context, std::move(done));
+        });
     connect(m_popoverModel, &PopoverModel::quitRequested, this, &TrayShell::quitRequested);
     connect(m_popover, &PopoverWindow::opened, this, [this] { m_core.popoverShown(); });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);
