@@ -2,15 +2,19 @@
 // and KDE run on a private session bus (the test runs under dbus-run-session), each on its
 // own connection and thread, as the compositor would.
 
+#include "app/status_model.h"
 #include "platform/dbus_idle.h"
+#include "support/fake_daemon.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QElapsedTimer>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 
 using namespace quonbrix;
+using quonbrix::test::FakeDaemon;
 
 namespace {
 
@@ -98,7 +102,7 @@ private Q_SLOTS:
     void initTestCase();
     void waylandSources_data();
     void waylandSources();
-    void slowCompositorIsNoAnswer();
+    void slowCompositorSendsNoHeartbeat();
 };
 
 void DbusIdleTest::initTestCase() {
@@ -157,26 +161,40 @@ void DbusIdleTest::waylandSources() {
     }
     QVERIFY(sources.idle);
     QCOMPARE(sources.idle->name(), source);
-    const auto seconds = sources.idle->idleSeconds();
-    QVERIFY(seconds);
-    QCOMPARE(*seconds, idle);
+    std::optional<std::optional<double>> answer;
+    sources.idle->queryIdleSeconds(this, [&](std::optional<double> s) { answer = s; });
+    QTRY_VERIFY(answer);
+    QCOMPARE(*answer, std::optional<double>(idle));
 }
 
-void DbusIdleTest::slowCompositorIsNoAnswer() {
+void DbusIdleTest::slowCompositorSendsNoHeartbeat() {
     auto *mutter = new FakeMutter;
     mutter->idleMs = 1000;
     Desktop desktop(QStringLiteral("org.gnome.Mutter.IdleMonitor"),
                     QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"), mutter, "slow");
     MutterIdleTime idle(QDBusConnection::sessionBus());
-    QCOMPARE(idle.idleSeconds(), std::optional<double>(1.0));
+    QTemporaryDir home;
+    FakeDaemon daemon;
+    MeterClient client(daemon.base());
+    StatusModel model(&client, daemon.environment(home.path()));
+    model.setAttentionSources(&idle, nullptr, nullptr);
+    model.sendAttentionHeartbeat();
+    QVERIFY(daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 1, 2000));
+    const QJsonObject beat = daemon.requests(QStringLiteral("/attention/heartbeat")).last().json();
+    QCOMPARE(beat.value(QStringLiteral("idleSeconds")).toDouble(), 1.0);
 
-    mutter->delayMs = 1500;
-    QElapsedTimer timer;
-    timer.start();
-    // A sample must not hold the tray's event loop for long: no answer rather than a wait.
-    QCOMPARE(idle.idleSeconds(), std::optional<double>());
-    QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
-    QTest::qWait(1600); // let the stand-in finish before it goes away
+    // A compositor taking 2 s: the tray's event loop keeps running while it thinks, and an
+    // answer that late sends nothing.
+    mutter->delayMs = 2000;
+    daemon.clearRequests();
+    QElapsedTimer clock;
+    clock.start();
+    qint64 timerFiredAt = -1;
+    QTimer::singleShot(100, this, [&] { timerFiredAt = clock.elapsed(); });
+    model.sendAttentionHeartbeat();
+    QTest::qWait(2300);
+    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 150, qPrintable(QString::number(timerFiredAt)));
+    QVERIFY(daemon.requests(QStringLiteral("/attention/heartbeat")).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(DbusIdleTest)

@@ -293,17 +293,20 @@ void WorkAndSyncTest::secondSyncPressIsIgnored() {
 
 void WorkAndSyncTest::localConsole_data() {
     QTest::addColumn<int>("failuresFirst");
-    QTest::addColumn<bool>("browserAccepts");
+    QTest::addColumn<QString>("browser");
     QTest::addColumn<QString>("message");
-    QTest::newRow("handoff on the sixth attempt") << 5 << true << QString();
+    QTest::newRow("handoff on the sixth attempt") << 5 << "accepts" << QString();
     QTest::newRow("no handoff after six attempts")
-        << 6 << true << QStringLiteral("Restart app and retry");
-    QTest::newRow("browser refuses") << 0 << false << QStringLiteral("Open browser and retry");
+        << 6 << "accepts" << QStringLiteral("Restart app and retry");
+    QTest::newRow("browser refuses") << 0 << "refuses" << QStringLiteral("Open browser and retry");
+    // The opening is over, then the user cancels the app chooser: the popover still says so.
+    QTest::newRow("refused after accepting")
+        << 0 << "refuses later" << QStringLiteral("Open browser and retry");
 }
 
 void WorkAndSyncTest::localConsole() {
     QFETCH(int, failuresFirst);
-    QFETCH(bool, browserAccepts);
+    QFETCH(QString, browser);
     QFETCH(QString, message);
     Rig rig;
     if (failuresFirst > 0)
@@ -313,11 +316,20 @@ void WorkAndSyncTest::localConsole() {
         QStringLiteral("/local-view/handoff"),
         FakeReply::json(QByteArray(R"({"handoff":"tok-9Z","expiresAt":1795424460000})")));
     QList<QUrl> opened;
-    rig.model.setUrlOpener([&](const QUrl &url) {
+    rig.model.setUrlOpener([&](const QUrl &url, QObject *context, UrlOpenDone done) {
         opened << url;
-        return browserAccepts;
+        // Answers after returning, as the desktop does.
+        const bool refuses = browser == QLatin1String("refuses");
+        QTimer::singleShot(0, context, [=] {
+            done(refuses ? UrlOpenOutcome::Refused : UrlOpenOutcome::Accepted);
+        });
+        if (browser == QLatin1String("refuses later"))
+            QTimer::singleShot(100, context, [=] { done(UrlOpenOutcome::RefusedLater); });
     });
     QSignalSpy finished(&rig.model, &StatusModel::localConsoleFinished);
+    QString messageWhenFinished;
+    connect(&rig.model, &StatusModel::localConsoleFinished, this,
+            [&] { messageWhenFinished = rig.model.localConsoleMessage(); });
     const QUrl page(QStringLiteral("https://console.example.test/local"));
     rig.model.openLocalConsole(page);
     rig.model.openLocalConsole(page); // ignored while the first is under way
@@ -326,7 +338,8 @@ void WorkAndSyncTest::localConsole() {
     QTest::qWait(50);
     QCOMPARE(finished.count(), 1);
     QVERIFY(!rig.model.openingLocalConsole());
-    QCOMPARE(rig.model.localConsoleMessage(), message);
+    QCOMPARE(messageWhenFinished, browser == QLatin1String("refuses later") ? QString() : message);
+    QTRY_COMPARE(rig.model.localConsoleMessage(), message);
     QCOMPARE(rig.daemon.requests(QStringLiteral("/local-view/handoff")).size(),
              qsizetype(std::min(failuresFirst + 1, 6)));
     if (failuresFirst >= 6) {

@@ -44,7 +44,15 @@ void StatusModel::setAttentionSources(IdleTimeSource *idle, ForegroundAppSource 
 }
 
 void StatusModel::sendAttentionHeartbeat() {
-    const auto heartbeat = sampleAttention(m_idle, m_foreground, *m_clock);
+    if (m_idle)
+        m_idle->queryIdleSeconds(
+            this, [this](std::optional<double> idleSeconds) { sendAttention(idleSeconds); });
+    else
+        sendAttention(std::nullopt);
+}
+
+void StatusModel::sendAttention(std::optional<double> idleSeconds) {
+    const auto heartbeat = sampleAttention(idleSeconds, m_foreground, *m_clock);
     if (!heartbeat) {
         if (!m_loggedNoIdleSource) {
             if (m_idle)
@@ -162,31 +170,66 @@ void StatusModel::openLocalConsole(const QUrl &base) {
         m_localConsoleMessage = QString();
         Q_EMIT localConsoleMessageChanged();
     }
-    m_client->localViewHandoff(this, [this, base](std::optional<LocalViewHandoff> handoff) {
-        QString message;
-        if (!handoff) {
-            message = QStringLiteral("Restart app and retry");
-            qCWarning(lcStatus,
-                      "[QuonBrix] local console: brixd handoff unavailable after retries");
-        } else {
+    const unsigned attempt = ++m_localConsoleAttempt;
+    m_client->localViewHandoff(
+        this, [this, base, attempt](std::optional<LocalViewHandoff> handoff) {
+            if (!handoff) {
+                qCWarning(lcStatus,
+                          "[QuonBrix] local console: brixd handoff unavailable after retries");
+                finishLocalConsole(QStringLiteral("Restart app and retry"));
+                return;
+            }
             // The token rides in the fragment, which browsers never send to the server.
             QUrl url = base;
             url.setFragment(QStringLiteral("handoff=") + handoff->handoff, QUrl::DecodedMode);
             if (!url.isValid() || !base.isValid() || base.isRelative()) {
-                message = QStringLiteral("Try again");
                 qCWarning(lcStatus, "[QuonBrix] local console: failed to construct handoff URL");
-            } else if (!m_openUrl || !m_openUrl(url)) {
-                message = QStringLiteral("Open browser and retry");
-                qCWarning(lcStatus, "[QuonBrix] local console: NSWorkspace refused browser URL");
+                finishLocalConsole(QStringLiteral("Try again"));
+            } else if (!m_openUrl) {
+                localConsoleBrowserAnswered(attempt, UrlOpenOutcome::Refused);
+            } else {
+                m_openUrl(url, this, [this, attempt](UrlOpenOutcome outcome) {
+                    localConsoleBrowserAnswered(attempt, outcome);
+                });
             }
-        }
-        if (m_localConsoleMessage != message) {
-            m_localConsoleMessage = message;
-            Q_EMIT localConsoleMessageChanged();
-        }
-        m_openingLocalConsole = false;
-        Q_EMIT openingLocalConsoleChanged();
-        Q_EMIT localConsoleFinished();
+        });
+}
+
+void StatusModel::localConsoleBrowserAnswered(unsigned attempt, UrlOpenOutcome outcome) {
+    if (outcome == UrlOpenOutcome::Opened)
+        return;
+    if (outcome == UrlOpenOutcome::Accepted) {
+        finishLocalConsole(QString());
+        return;
+    }
+    qCWarning(lcStatus, "[QuonBrix] local console: NSWorkspace refused browser URL");
+    const QString message = QStringLiteral("Open browser and retry");
+    if (outcome == UrlOpenOutcome::Refused)
+        finishLocalConsole(message);
+    else if (attempt == m_localConsoleAttempt) // an older attempt's late refusal is stale
+        setLocalConsoleMessage(message);
+}
+
+void StatusModel::finishLocalConsole(const QString &message) {
+    setLocalConsoleMessage(message);
+    m_openingLocalConsole = false;
+    Q_EMIT openingLocalConsoleChanged();
+    Q_EMIT localConsoleFinished();
+}
+
+void StatusModel::setLocalConsoleMessage(const QString &message) {
+    if (m_localConsoleMessage == message)
+        return;
+    m_localConsoleMessage = message;
+    Q_EMIT localConsoleMessageChanged();
+}
+
+void StatusModel::openUrl(const QUrl &url) {
+    if (!m_openUrl)
+        return;
+    m_openUrl(url, this, [](UrlOpenOutcome outcome) {
+        if (outcome == UrlOpenOutcome::Refused || outcome == UrlOpenOutcome::RefusedLater)
+            qCWarning(lcStatus, "[QuonBrix] workspace: desktop refused browser URL");
     });
 }
 

@@ -6,6 +6,7 @@
 #include "platform/clock.h"
 #include "platform/desktop_session.h"
 #include "platform/environment.h"
+#include "platform/url_opener.h"
 #include "supervisor/daemon_restarter.h"
 
 #include <QObject>
@@ -65,7 +66,8 @@ public:
     // `whyNoIdle` says in the log why a null idle source is all there is.
     void setAttentionSources(IdleTimeSource *idle, ForegroundAppSource *foreground,
                              const Clock *clock, const QString &whyNoIdle = {});
-    // Samples attention and reports it to the daemon; failures are dropped.
+    // Asks the desktop for the idle time and returns at once; the heartbeat goes to the daemon
+    // when the answer comes. No answer, no heartbeat; failures are dropped.
     void sendAttentionHeartbeat();
 
     // Held weakly: the shell hands it over when the popover first opens.
@@ -84,12 +86,14 @@ public:
     // sync runs.
     Q_INVOKABLE void syncNow();
     // Opens the local console page `base` in the browser with a one-time handoff token in the
-    // URL fragment. Ignored while one is opening.
+    // URL fragment. Ignored while one is opening, which ends once the desktop took or refused
+    // the URL; a refusal the desktop reports later still shows as the message.
     void openLocalConsole(const QUrl &base);
-    // Hands a URL to the browser; false when the desktop refused it or there is no opener.
-    bool openUrl(const QUrl &url) const { return m_openUrl && m_openUrl(url); }
-    // How URLs reach the browser: true when the desktop accepted the URL.
-    void setUrlOpener(std::function<bool(const QUrl &)> opener) { m_openUrl = std::move(opener); }
+    // Hands a URL to the browser and returns at once; a refusal is logged.
+    void openUrl(const QUrl &url);
+    // How URLs reach the browser, in the manner of UrlOpener::open.
+    using UrlOpenFunction = std::function<void(const QUrl &, QObject *context, UrlOpenDone)>;
+    void setUrlOpener(UrlOpenFunction opener) { m_openUrl = std::move(opener); }
 
 Q_SIGNALS:
     void statusChanged();
@@ -112,6 +116,10 @@ Q_SIGNALS:
     void localConsoleFinished();
 
 private:
+    void sendAttention(std::optional<double> idleSeconds);
+    void localConsoleBrowserAnswered(unsigned attempt, UrlOpenOutcome outcome);
+    void finishLocalConsole(const QString &message);
+    void setLocalConsoleMessage(const QString &message);
     void act(const QString &action, const QString &id);
     void performWorkTimer(const QString &action, const QString &busyID,
                           const std::optional<QString> &sessionId,
@@ -140,9 +148,10 @@ private:
     QString m_syncMessage;
     bool m_openingLocalConsole = false;
     QString m_localConsoleMessage;
+    unsigned m_localConsoleAttempt = 0;
     QSet<QString> m_workTimerBusyIDs;
     std::vector<WorkTimerFeedback> m_feedback;
-    std::function<bool(const QUrl &)> m_openUrl;
+    UrlOpenFunction m_openUrl;
     bool m_autoRestartedForEnroll = false;
     std::optional<ReplyFailure> m_lastLoggedFailure;
 };

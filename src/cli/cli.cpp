@@ -17,6 +17,7 @@
 #include <QEventLoop>
 #include <QJsonDocument>
 #include <QTextStream>
+#include <QTimer>
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -310,23 +311,39 @@ int syncCommand(MeterClient &client, const Environment &env) {
         [&] { model.syncNow(); });
 }
 
+// The portal takes the link at once, but the user may still cancel its app chooser or the
+// browser fail to start; the portal says so within moments, and the command waits that long.
+constexpr int consoleReportGraceMs = 2000;
+
 int consoleCommand(MeterClient &client, const Environment &env) {
     StatusModel model(&client, env);
     // No command line fallback: the link carries a one-time token.
     const UrlOpener opener(QDBusConnection::sessionBus(), nullptr);
-    model.setUrlOpener([&opener](const QUrl &url) { return opener.open(url); });
-    const QUrl page = WebLinks::from(env).localConsole;
-    return runModelCommand(
-        model, &StatusModel::localConsoleFinished,
-        [&model]() {
-            if (model.localConsoleMessage().isEmpty()) {
-                out() << "Opened the local console in the browser" << Qt::endl;
-                return 0;
+    QEventLoop grace;
+    bool reported = false;
+    model.setUrlOpener([&](const QUrl &url, QObject *context, UrlOpenDone done) {
+        opener.open(url, context, [&, done](UrlOpenOutcome outcome) {
+            done(outcome);
+            if (outcome == UrlOpenOutcome::Opened || outcome == UrlOpenOutcome::RefusedLater) {
+                reported = true;
+                grace.quit();
             }
-            err() << model.localConsoleMessage() << Qt::endl;
-            return 1;
-        },
+        });
+    });
+    const QUrl page = WebLinks::from(env).localConsole;
+    runModelCommand(
+        model, &StatusModel::localConsoleFinished, [] { return 0; },
         [&] { model.openLocalConsole(page); });
+    if (model.localConsoleMessage().isEmpty() && !reported) {
+        QTimer::singleShot(consoleReportGraceMs, &grace, &QEventLoop::quit);
+        grace.exec();
+    }
+    if (model.localConsoleMessage().isEmpty()) {
+        out() << "Opened the local console in the browser" << Qt::endl;
+        return 0;
+    }
+    err() << model.localConsoleMessage() << Qt::endl;
+    return 1;
 }
 
 int run(const QStringList &args, const Environment &env) {

@@ -2,9 +2,9 @@
 
 namespace quonbrix {
 
-std::optional<AttentionHeartbeat>
-sampleAttention(IdleTimeSource *idle, ForegroundAppSource *foreground, const Clock &clock) {
-    const std::optional<double> idleSeconds = idle ? idle->idleSeconds() : std::nullopt;
+std::optional<AttentionHeartbeat> sampleAttention(std::optional<double> idleSeconds,
+                                                  ForegroundAppSource *foreground,
+                                                  const Clock &clock) {
     if (!idleSeconds)
         return std::nullopt;
     AttentionHeartbeat heartbeat;

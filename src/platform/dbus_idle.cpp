@@ -2,26 +2,34 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QDBusReply>
 
 namespace quonbrix {
 
 namespace {
 
-// A sample every 15 s runs on the GUI thread; a compositor that does not answer quickly is
-// treated as having no answer rather than freezing the tray.
-constexpr int callTimeoutMs = 250;
+// Samples are 15 s apart; an idle time that comes later than this describes a moment long
+// gone, so that tick sends no heartbeat.
+constexpr int queryTimeoutMs = 1000;
+// Start-up only, before the tray shows: whether a screen saver service has the idle call.
+constexpr int probeTimeoutMs = 250;
 
 const QString mutterService = QStringLiteral("org.gnome.Mutter.IdleMonitor");
 const QString kdeService = QStringLiteral("org.freedesktop.ScreenSaver");
 
-std::optional<double> idleMillisecondsCall(QDBusConnection &bus, const QString &service,
-                                           const QString &path, const QString &interface,
-                                           const QString &method) {
-    if (!bus.isConnected())
-        return std::nullopt;
-    const QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, method);
-    const QDBusMessage answer = bus.call(call, QDBus::Block, callTimeoutMs);
+QDBusMessage mutterCall() {
+    return QDBusMessage::createMethodCall(mutterService,
+                                          QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"),
+                                          mutterService, QStringLiteral("GetIdletime"));
+}
+
+QDBusMessage kdeCall() {
+    return QDBusMessage::createMethodCall(kdeService, QStringLiteral("/ScreenSaver"), kdeService,
+                                          QStringLiteral("GetSessionIdleTime"));
+}
+
+std::optional<double> secondsFrom(const QDBusMessage &answer) {
     if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().size() != 1)
         return std::nullopt;
     bool ok = false;
@@ -29,6 +37,17 @@ std::optional<double> idleMillisecondsCall(QDBusConnection &bus, const QString &
     if (!ok)
         return std::nullopt;
     return static_cast<double>(ms) / 1000.0;
+}
+
+void queryIdleMilliseconds(const QDBusConnection &bus, const QDBusMessage &call, QObject *context,
+                           IdleTimeSource::Answer answer) {
+    // A call on a closed connection fails at once and still reports through the watcher.
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, queryTimeoutMs), context);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [watcher, answer = std::move(answer)] {
+                         watcher->deleteLater();
+                         answer(secondsFrom(watcher->reply()));
+                     });
 }
 
 bool hasService(QDBusConnection &bus, const QString &service) {
@@ -43,18 +62,15 @@ bool hasService(QDBusConnection &bus, const QString &service) {
 MutterIdleTime::MutterIdleTime(QDBusConnection bus)
     : m_bus(std::move(bus)) {}
 
-std::optional<double> MutterIdleTime::idleSeconds() {
-    return idleMillisecondsCall(m_bus, mutterService,
-                                QStringLiteral("/org/gnome/Mutter/IdleMonitor/Core"), mutterService,
-                                QStringLiteral("GetIdletime"));
+void MutterIdleTime::queryIdleSeconds(QObject *context, Answer answer) {
+    queryIdleMilliseconds(m_bus, mutterCall(), context, std::move(answer));
 }
 
 KdeScreenSaverIdleTime::KdeScreenSaverIdleTime(QDBusConnection bus)
     : m_bus(std::move(bus)) {}
 
-std::optional<double> KdeScreenSaverIdleTime::idleSeconds() {
-    return idleMillisecondsCall(m_bus, kdeService, QStringLiteral("/ScreenSaver"), kdeService,
-                                QStringLiteral("GetSessionIdleTime"));
+void KdeScreenSaverIdleTime::queryIdleSeconds(QObject *context, Answer answer) {
+    queryIdleMilliseconds(m_bus, kdeCall(), context, std::move(answer));
 }
 
 AttentionSources openAttentionSources(const Environment &env, QDBusConnection bus) {
@@ -72,7 +88,9 @@ AttentionSources openAttentionSources(const Environment &env, QDBusConnection bu
             struct Borrowed final : IdleTimeSource {
                 explicit Borrowed(X11DesktopSession *s)
                     : session(s) {}
-                std::optional<double> idleSeconds() override { return session->idleSeconds(); }
+                void queryIdleSeconds(QObject *context, Answer answer) override {
+                    session->queryIdleSeconds(context, std::move(answer));
+                }
                 QString name() const override { return session->name(); }
                 X11DesktopSession *session;
             };
@@ -87,14 +105,12 @@ AttentionSources openAttentionSources(const Environment &env, QDBusConnection bu
         sources.idle = std::make_unique<MutterIdleTime>(bus);
         return sources;
     }
-    if (hasService(bus, kdeService)) {
-        auto kde = std::make_unique<KdeScreenSaverIdleTime>(bus);
-        // Other desktops register the same name without the idle call; only keep it if it
-        // answers.
-        if (kde->idleSeconds()) {
-            sources.idle = std::move(kde);
-            return sources;
-        }
+    // Other desktops register the screen saver's name without the idle call; only keep it if
+    // it answers.
+    if (hasService(bus, kdeService) &&
+        secondsFrom(bus.call(kdeCall(), QDBus::Block, probeTimeoutMs))) {
+        sources.idle = std::make_unique<KdeScreenSaverIdleTime>(bus);
+        return sources;
     }
     sources.why = wayland ? QStringLiteral("this Wayland session offers neither GNOME's "
                                            "IdleMonitor nor KDE's ScreenSaver idle time")

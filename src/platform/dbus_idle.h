@@ -12,7 +12,7 @@ namespace quonbrix {
 class MutterIdleTime final : public IdleTimeSource {
 public:
     explicit MutterIdleTime(QDBusConnection bus);
-    std::optional<double> idleSeconds() override;
+    void queryIdleSeconds(QObject *context, Answer answer) override;
     QString name() const override { return QStringLiteral("GNOME Mutter IdleMonitor"); }
 
 private:
@@ -24,7 +24,7 @@ private:
 class KdeScreenSaverIdleTime final : public IdleTimeSource {
 public:
     explicit KdeScreenSaverIdleTime(QDBusConnection bus);
-    std::optional<double> idleSeconds() override;
+    void queryIdleSeconds(QObject *context, Answer answer) override;
     QString name() const override { return QStringLiteral("KDE ScreenSaver"); }
 
 private:
@@ -42,6 +42,7 @@ struct AttentionSources {
 
 // X11 sessions use the X server directly; Wayland sessions use what the compositor offers
 // over the session bus (GNOME's idle monitor, KDE's screen saver), probed in that order.
+// Called once at start-up; the probe waits a quarter of a second at most.
 AttentionSources openAttentionSources(const Environment &env, QDBusConnection bus);
 
 } // namespace quonbrix

@@ -1,17 +1,24 @@
 #pragma once
 
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
+
+class QObject;
 
 namespace quonbrix {
 
 // Seconds since the user last touched keyboard or pointer, from whatever the desktop offers.
 class IdleTimeSource {
 public:
+    // The idle seconds, absent when the source cannot answer right now or not in time.
+    using Answer = std::function<void(std::optional<double>)>;
+
     virtual ~IdleTimeSource();
-    // Absent when the source cannot answer right now.
-    virtual std::optional<double> idleSeconds() = 0;
+    // Never waits: calls `answer` once, either before returning (a source that can tell at
+    // once) or when the desktop's reply comes. Never called after `context` is destroyed.
+    virtual void queryIdleSeconds(QObject *context, Answer answer) = 0;
     virtual QString name() const = 0;
 };
 
@@ -40,7 +47,9 @@ public:
     static std::unique_ptr<X11DesktopSession> open(const QString &display);
     ~X11DesktopSession() override;
 
-    std::optional<double> idleSeconds() override;
+    std::optional<double> idleSeconds();
+    // A round trip to the local X server: answered before returning.
+    void queryIdleSeconds(QObject *, Answer answer) override { answer(idleSeconds()); }
     QString name() const override { return QStringLiteral("X11 XScreenSaver"); }
     std::optional<ForegroundApp> foregroundApp() override;
 

@@ -24,7 +24,9 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     core.model().setUrlOpener(
         [opener = UrlOpener(QDBusConnection::sessionBus(), [](const QUrl &url) {
              return QDesktopServices::openUrl(url);
-         })](const QUrl &url) { return opener.open(url); });
+         })](const QUrl &url, QObject *context, UrlOpenDone done) {
+            opener.open(url, context, std::move(done));
+        });
     connect(m_presenter, &PopoverPresenter::quitRequested, this, &TrayShell::quitRequested);
     connect(m_presenter, &PopoverPresenter::changed, m_host, &PopoverHost::update);
     connect(m_host, &PopoverHost::commandReceived, m_presenter, &PopoverPresenter::perform);
