@@ -3,6 +3,7 @@
 #include "platform/dbus_idle.h"
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
+#include "platform/lag_probe.h"
 #include "platform/single_instance.h"
 #include "platform/unix_signals.h"
 #include "supervisor/daemon_supervisor.h"
@@ -88,10 +89,18 @@ int runTray(int argc, char *argv[]) {
     });
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &core, [&core] { core.shutdown(); });
 
+    // For measuring: how long the event loop was kept waiting, at worst, over the whole run.
+    std::unique_ptr<LagProbe> lagProbe;
+    if (env.contains(QStringLiteral("QUON_BRIX_LAG_PROBE")))
+        lagProbe = std::make_unique<LagProbe>();
+
     shell.show();
     core.launch();
     const int code = QApplication::exec();
     core.shutdown();
+    if (lagProbe)
+        qCInfo(lcShell, "[QuonBrix] shell: largest event-loop delay %lld ms",
+               lagProbe->largestDelayMs());
     return code;
 }
 
