@@ -39,8 +39,7 @@ int main(int argc, char *argv[]) {
     if (argc > 1) {
         path = QString::fromLocal8Bit(argv[1]);
     } else {
-        const QStringList candidates =
-            TrustStoreSources::forEnvironment(Environment::fromProcess()).systemBundles;
+        const QStringList candidates = TrustStoreSources::forPrivateDir(QString()).systemBundles;
         const auto it = std::find_if(candidates.cbegin(), candidates.cend(),
                                      [](const QString &p) { return QFileInfo(p).isFile(); });
         if (it == candidates.cend()) {

@@ -266,8 +266,7 @@ private Q_SLOTS:
     // The in-process cleaner must give brixd exactly what the awk + openssl pipeline gave it.
     void matchesOpenSslPipeline_data() {
         QTest::addColumn<QByteArray>("input");
-        const QStringList systemBundles =
-            TrustStoreSources::forEnvironment(Environment()).systemBundles;
+        const QStringList systemBundles = TrustStoreSources::forPrivateDir(QString()).systemBundles;
         for (const QString &path : systemBundles) {
             if (QFileInfo(path).isFile()) {
                 QTest::newRow("the system bundle") << readAll(path);

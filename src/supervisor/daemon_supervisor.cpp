@@ -103,9 +103,10 @@ void DaemonSupervisor::restart() {
 std::optional<QString> DaemonSupervisor::trustStorePath() {
     std::lock_guard lock(m_trustMutex);
     if (!m_trustStore) {
-        m_trustStore = m_options.trustStore
-                           ? m_options.trustStore()
-                           : truststore::build(TrustStoreSources::forEnvironment(m_env));
+        m_trustStore =
+            m_options.trustStore
+                ? m_options.trustStore()
+                : truststore::build(TrustStoreSources::forPrivateDir(m_env.privateDir()));
     }
     return *m_trustStore;
 }
