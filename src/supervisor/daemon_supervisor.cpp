@@ -1,6 +1,6 @@
 #include "supervisor/daemon_supervisor.h"
 
-#include "supervisor/trust_store.h"
+#include "supervisor/trust_store_child.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -106,7 +106,9 @@ std::optional<QString> DaemonSupervisor::trustStorePath() {
         m_trustStore =
             m_options.trustStore
                 ? m_options.trustStore()
-                : truststore::build(TrustStoreSources::forPrivateDir(m_env.privateDir()));
+                : truststore::buildInChild(m_options.applicationDir,
+                                           TrustStoreSources::forPrivateDir(m_env.privateDir()),
+                                           m_options.environment, m_options.trustStoreTimeout);
     }
     return *m_trustStore;
 }
