@@ -80,14 +80,16 @@ std::optional<QString> buildInChild(const QString &applicationDir, const TrustSt
     // Read as it comes rather than only at the end, so a helper that floods its stdout is
     // stopped early instead of filling our memory.
     const QDeadlineTimer deadline(timeout, Qt::PreciseTimer);
+    const auto remainingMs = [&deadline] {
+        return int(std::max<qint64>(deadline.remainingTime(), 1));
+    };
     QByteArray answer;
     while (process.state() != QProcess::NotRunning && answer.size() <= kMaxAnswerBytes &&
            !deadline.hasExpired()) {
-        const int waitMs = int(std::clamp<qint64>(deadline.remainingTime(), 1, timeout.count()));
-        if (process.waitForReadyRead(waitMs))
+        if (process.waitForReadyRead(remainingMs()))
             answer += process.readAllStandardOutput();
-        else if (process.state() != QProcess::NotRunning)
-            process.waitForFinished(waitMs); // stdout closed early: only the exit is left
+        else if (process.state() != QProcess::NotRunning && !deadline.hasExpired())
+            process.waitForFinished(remainingMs()); // stdout closed early: only the exit is left
     }
     if (process.state() != QProcess::NotRunning) {
         process.kill();
