@@ -255,29 +255,50 @@ private Q_SLOTS:
 
     void childGetsRunAndTheAppEnvironment_data() {
         QTest::addColumn<QString>("inherited"); // "-": not in the app's environment
-        QTest::addColumn<bool>("trustStore");
+        // "@": a bundle is built; empty: none is; else the shell script run as the trust-store
+        // helper, which must then leave one warning and no helper process behind.
+        QTest::addColumn<QString>("trustStore");
         QTest::addColumn<QString>("expected"); // "-": not passed; "@": the trust-store path
 
+        const QString built = QStringLiteral("@");
         QTest::newRow("trust store passed when nothing is inherited")
-            << QStringLiteral("-") << true << QStringLiteral("@");
+            << QStringLiteral("-") << built << QStringLiteral("@");
         QTest::newRow("an inherited SSL_CERT_FILE wins")
-            << QStringLiteral("/etc/corp/roots.pem") << true
+            << QStringLiteral("/etc/corp/roots.pem") << built
             << QStringLiteral("/etc/corp/roots.pem");
         QTest::newRow("an inherited empty SSL_CERT_FILE still wins")
-            << QString() << true << QString();
+            << QString() << built << QString();
         QTest::newRow("no trust store: nothing added")
-            << QStringLiteral("-") << false << QStringLiteral("-");
+            << QStringLiteral("-") << QString() << QStringLiteral("-");
+        QTest::newRow("a hanging helper is killed: nothing added")
+            << QStringLiteral("-") << QStringLiteral("exec sleep 30") << QStringLiteral("-");
+        QTest::newRow("a helper printing garbage: nothing added")
+            << QStringLiteral("-") << QStringLiteral("echo 'no bundle today'")
+            << QStringLiteral("-");
     }
 
     void childGetsRunAndTheAppEnvironment() {
         QFETCH(QString, inherited);
-        QFETCH(bool, trustStore);
+        QFETCH(QString, trustStore);
         QFETCH(QString, expected);
         DaemonSupervisorOptions o = options(QStringLiteral("stay"));
         if (inherited != QStringLiteral("-"))
             o.environment.insert(QStringLiteral("SSL_CERT_FILE"), inherited);
-        if (!trustStore)
+        const bool helper = trustStore != QStringLiteral("@") && !trustStore.isEmpty();
+        if (trustStore.isEmpty())
             o.trustStore = [] { return std::optional<QString>(); };
+        if (helper) {
+            o.trustStore = {};
+            o.trustStoreTimeout = 300ms;
+            const QString script = o.applicationDir + QStringLiteral("/quonbrix-truststore");
+            QVERIFY(QDir().mkpath(o.applicationDir));
+            QFile f(script);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("#!/bin/sh\necho $$ >\"$QB_STUB_DIR/helper.pid\"\n" + trustStore.toUtf8() +
+                    '\n');
+            f.close();
+            QVERIFY(::chmod(QFile::encodeName(script).constData(), 0755) == 0);
+        }
         QMap<QString, QString> want;
         const QStringList keys = o.environment.keys();
         for (const QString &key : keys)
@@ -299,6 +320,15 @@ private Q_SLOTS:
         QCOMPARE(launch.args, QStringList{QStringLiteral("run")});
         QCOMPARE(launch.env, want);
         QVERIFY(!alive(launch.pid));
+        if (helper) {
+            const QStringList lines = m_log->lines("quonbrix.truststore");
+            QCOMPARE(lines.size(), 1);
+            QVERIFY2(lines[0].startsWith(QStringLiteral("[QuonBrix] brixd trust-store: helper ")),
+                     qPrintable(lines[0]));
+            QFile pid(m_dir + QStringLiteral("/helper.pid"));
+            QVERIFY(pid.open(QIODevice::ReadOnly));
+            QVERIFY(!alive(pid.readAll().trimmed().toLongLong()));
+        }
     }
 
     // A daemon that dies at once is brought back once a second, with no backoff and no limit,

@@ -4,15 +4,18 @@
 #include "helpers/log_capture.h"
 #include "helpers/openssl_pipeline.h"
 #include "supervisor/trust_store.h"
+#include "supervisor/trust_store_child.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QTest>
 #include <sys/stat.h>
 
 using namespace quonbrix;
+using namespace std::chrono_literals;
 using quonbrix::test::LogCapture;
 
 namespace {
@@ -266,8 +269,7 @@ private Q_SLOTS:
     // The in-process cleaner must give brixd exactly what the awk + openssl pipeline gave it.
     void matchesOpenSslPipeline_data() {
         QTest::addColumn<QByteArray>("input");
-        const QStringList systemBundles =
-            TrustStoreSources::forEnvironment(Environment()).systemBundles;
+        const QStringList systemBundles = TrustStoreSources::forPrivateDir(QString()).systemBundles;
         for (const QString &path : systemBundles) {
             if (QFileInfo(path).isFile()) {
                 QTest::newRow("the system bundle") << readAll(path);
@@ -296,16 +298,22 @@ private Q_SLOTS:
 
     void writtenFileIsPrivate_data() {
         QTest::addColumn<bool>("existing");
-        QTest::newRow("first run creates the directory") << false;
-        QTest::newRow("a later run replaces a looser file in a looser directory") << true;
+        QTest::addColumn<bool>("inHelper"); // built the app's way, by quonbrix-truststore
+        QTest::newRow("first run creates the directory") << false << false;
+        QTest::newRow("a later run replaces a looser file in a looser directory") << true << false;
+        QTest::newRow("the helper writes the same bytes the same way") << true << true;
     }
 
     void writtenFileIsPrivate() {
         QFETCH(bool, existing);
+        QFETCH(bool, inHelper);
         const QString dir = freshDir();
         TrustStoreSources s;
         s.systemBundles = {dir + QStringLiteral("/system.crt")};
-        QVERIFY(writeFile(s.systemBundles[0], rootsJoined(0, 60)));
+        QVERIFY(writeFile(s.systemBundles[0], rootsJoined(0, 45)));
+        s.extraAnchorsDir = dir + QStringLiteral("/anchors");
+        QVERIFY(QDir().mkdir(s.extraAnchorsDir));
+        QVERIFY(writeFile(s.extraAnchorsDir + QStringLiteral("/corp.pem"), rootsJoined(45, 15)));
         s.outputDir = dir + QStringLiteral("/private");
         const QString target = s.outputDir + QStringLiteral("/trust-store.pem");
         if (existing) {
@@ -315,7 +323,11 @@ private Q_SLOTS:
             QVERIFY(::chmod(QFile::encodeName(s.outputDir).constData(), 0755) == 0);
         }
 
-        QCOMPARE(truststore::build(s), std::optional<QString>(target));
+        const std::optional<QString> built =
+            inHelper ? truststore::buildInChild(QStringLiteral(QUONBRIX_BIN_DIR), s,
+                                                QProcessEnvironment::systemEnvironment(), 10s)
+                     : truststore::build(s);
+        QCOMPARE(built, std::optional<QString>(target));
         QCOMPARE(readAll(target), rootsJoined(0, 60));
         QCOMPARE(modeOf(target), 0600);
         QCOMPARE(modeOf(s.outputDir), 0700);

@@ -1,6 +1,6 @@
 #include "supervisor/daemon_supervisor.h"
 
-#include "supervisor/trust_store.h"
+#include "supervisor/trust_store_child.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -103,9 +103,12 @@ void DaemonSupervisor::restart() {
 std::optional<QString> DaemonSupervisor::trustStorePath() {
     std::lock_guard lock(m_trustMutex);
     if (!m_trustStore) {
-        m_trustStore = m_options.trustStore
-                           ? m_options.trustStore()
-                           : truststore::build(TrustStoreSources::forEnvironment(m_env));
+        m_trustStore =
+            m_options.trustStore
+                ? m_options.trustStore()
+                : truststore::buildInChild(m_options.applicationDir,
+                                           TrustStoreSources::forPrivateDir(m_env.privateDir()),
+                                           m_options.environment, m_options.trustStoreTimeout);
     }
     return *m_trustStore;
 }

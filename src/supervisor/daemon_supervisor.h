@@ -30,8 +30,11 @@ struct DaemonSupervisorOptions {
     QString applicationDir;
     // Base of the development path brixd/dist/brixd.
     QString workingDir;
-    // Builds the CA bundle for SSL_CERT_FILE. Empty: the real trust store for `environment`.
+    // Builds the CA bundle for SSL_CERT_FILE. Empty: the real trust store for `environment`,
+    // built by the quonbrix-truststore helper found from `applicationDir`.
     std::function<std::optional<QString>()> trustStore;
+    // How long the helper may take before it is killed and brixd keeps its own roots.
+    std::chrono::milliseconds trustStoreTimeout{10000};
 
     std::chrono::milliseconds relaunchDelay{1000};
     std::chrono::milliseconds stopGrace{5000};
@@ -58,7 +61,8 @@ public:
     void restart() override;
 
     // The CA bundle handed to brixd, built on first use and kept for the rest of the run (a
-    // failed build included). Safe from any thread; the first call blocks while it is built.
+    // failed build included). Safe from any thread, but the first call blocks while the helper
+    // builds it (up to trustStoreTimeout), so the worker thread is where it is called.
     std::optional<QString> trustStorePath();
 
     // Where brixd is: $QUON_BRIX_DAEMON if set, else the installed copy beside the executable,

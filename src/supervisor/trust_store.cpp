@@ -22,6 +22,11 @@ namespace {
 constexpr QByteArrayView kBeginMarker = "-----BEGIN CERTIFICATE-----";
 constexpr QByteArrayView kEndMarker = "-----END CERTIFICATE-----";
 
+constexpr char kItBundleOption[] = "--it-bundle";
+constexpr char kSystemBundleOption[] = "--system-bundle";
+constexpr char kAnchorsOption[] = "--anchors";
+constexpr char kOutputOption[] = "--output";
+
 // Far larger than any real bundle (the distribution's is a few hundred kB); a file beyond this
 // is not a certificate bundle and is not worth holding in memory.
 constexpr qint64 kMaxInputBytes = qint64(64) << 20;
@@ -165,7 +170,7 @@ QStringList anchorFiles(const QString &dir) {
 
 } // namespace
 
-TrustStoreSources TrustStoreSources::forEnvironment(const Environment &env) {
+TrustStoreSources TrustStoreSources::forPrivateDir(const QString &privateDir) {
     TrustStoreSources s;
     s.itBundles = {
         // Netskope's Linux client: the combined bundle holds the system roots plus its own.
@@ -181,8 +186,44 @@ TrustStoreSources TrustStoreSources::forEnvironment(const Environment &env) {
         QStringLiteral("/etc/ssl/ca-bundle.pem"),             // openSUSE
         QStringLiteral("/etc/ssl/cert.pem"),                  // Alpine and others
     };
-    s.extraAnchorsDir = env.privateDir() + QStringLiteral("/ca-anchors");
-    s.outputDir = env.privateDir();
+    s.extraAnchorsDir = privateDir + QStringLiteral("/ca-anchors");
+    s.outputDir = privateDir;
+    return s;
+}
+
+QStringList TrustStoreSources::toArguments() const {
+    QStringList args;
+    for (const QString &path : itBundles)
+        args << QString::fromLatin1(kItBundleOption) << path;
+    for (const QString &path : systemBundles)
+        args << QString::fromLatin1(kSystemBundleOption) << path;
+    if (!extraAnchorsDir.isEmpty())
+        args << QString::fromLatin1(kAnchorsOption) << extraAnchorsDir;
+    args << QString::fromLatin1(kOutputOption) << outputDir;
+    return args;
+}
+
+std::optional<TrustStoreSources> TrustStoreSources::fromArguments(const QStringList &args) {
+    if (args.size() % 2 != 0)
+        return std::nullopt;
+    TrustStoreSources s;
+    for (qsizetype i = 0; i < args.size(); i += 2) {
+        const QString &option = args[i];
+        const QString &value = args[i + 1];
+        if (option == QLatin1String(kItBundleOption))
+            s.itBundles << value;
+        else if (option == QLatin1String(kSystemBundleOption))
+            s.systemBundles << value;
+        else if (option == QLatin1String(kAnchorsOption))
+            s.extraAnchorsDir = value;
+        else if (option == QLatin1String(kOutputOption))
+            s.outputDir = value;
+        else
+            return std::nullopt;
+    }
+    // Without a destination there is nothing the build could do.
+    if (s.outputDir.isEmpty())
+        return std::nullopt;
     return s;
 }
 

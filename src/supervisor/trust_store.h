@@ -5,8 +5,6 @@
 // connections to the account API fail. We give it either the inspection agent's own combined
 // bundle or a clean copy of the system bundle plus the user's extra anchors.
 
-#include "platform/environment.h"
-
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QString>
@@ -28,7 +26,13 @@ struct TrustStoreSources {
     // Directory the bundle is written to (created 0700 when missing, never its parents).
     QString outputDir;
 
-    static TrustStoreSources forEnvironment(const Environment &env);
+    // The usual places, with the user's own files under `privateDir` (~/.quon-brix).
+    static TrustStoreSources forPrivateDir(const QString &privateDir);
+
+    // The helper's command line: one option per path, so no path is ever split or joined.
+    QStringList toArguments() const;
+    // Absent for anything toArguments() cannot have produced.
+    static std::optional<TrustStoreSources> fromArguments(const QStringList &args);
 };
 
 namespace truststore {
