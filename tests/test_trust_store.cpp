@@ -3,7 +3,7 @@
 
 #include "helpers/log_capture.h"
 #include "helpers/openssl_pipeline.h"
-#include "supervisor/trust_store.h"
+#include "trust_store/trust_store.h"
 #include "supervisor/trust_store_child.h"
 
 #include <QDir>

@@ -5,7 +5,7 @@
 // (about 4 MiB resident) into the process for the rest of its life, and the tray itself only
 // ever speaks plain HTTP to 127.0.0.1.
 
-#include "supervisor/trust_store.h"
+#include "trust_store/trust_store.h"
 
 #include <QProcessEnvironment>
 #include <QString>

@@ -8,7 +8,7 @@
 // Prints the bundle's path on stdout, or nothing when brixd should keep its own roots; exits 0
 // either way. The outcome is logged on stderr as the app would log it. Exit 2: bad arguments.
 
-#include "supervisor/trust_store.h"
+#include "trust_store/trust_store.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "supervisor/trust_store.h"
+#include "trust_store/trust_store.h"
 
 #include <QDir>
 #include <QFile>
