@@ -6,8 +6,8 @@
 // must hold exactly what the in-process build writes.
 
 #include "helpers/openssl_pipeline.h"
-#include "trust_store/trust_store.h"
 #include "supervisor/trust_store_child.h"
+#include "trust_store/trust_store.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,8 +1,8 @@
-#include "daemon_link/records.h"
-#include "json/json_codec.h"
 #include "daemon_link/meter_client.h"
+#include "daemon_link/records.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
+#include "json/json_codec.h"
 
 #include <QDir>
 #include <QElapsedTimer>

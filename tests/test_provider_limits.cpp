@@ -2,8 +2,8 @@
 // and the alerts remember them.
 
 #include "daemon_link/records.h"
-#include "json/json_codec.h"
 #include "features/provider_limits.h"
+#include "json/json_codec.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 #include "daemon_link/records.h"
-#include "json/json_codec.h"
 #include "support/fixtures.h"
+#include "json/json_codec.h"
 
 #include <QRegularExpression>
 #include <QTest>

@@ -3,8 +3,8 @@
 
 #include "helpers/log_capture.h"
 #include "helpers/openssl_pipeline.h"
-#include "trust_store/trust_store.h"
 #include "supervisor/trust_store_child.h"
+#include "trust_store/trust_store.h"
 
 #include <QDir>
 #include <QFile>

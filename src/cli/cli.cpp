@@ -2,14 +2,14 @@
 
 #include "app/status_model.h"
 #include "app/web_links.h"
-#include "daemon_link/records.h"
-#include "json/json_codec.h"
 #include "daemon_link/meter_client.h"
+#include "daemon_link/records.h"
 #include "features/formatting.h"
 #include "features/provider_limits.h"
 #include "features/work_timers.h"
 #include "platform/unix_signals.h"
 #include "platform/url_opener.h"
+#include "json/json_codec.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

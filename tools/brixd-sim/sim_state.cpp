@@ -1,9 +1,9 @@
 #include "sim_state.h"
 
 #include "daemon_link/records.h"
-#include "json/json_codec.h"
 #include "relative_time.h"
 #include "tokens.h"
+#include "json/json_codec.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #include "work_timers.h"
 
 #include "daemon_link/records.h"
-#include "json/json_codec.h"
 #include "relative_time.h"
+#include "json/json_codec.h"
 
 #include <QRandomGenerator>
 #include <algorithm>
