@@ -43,9 +43,9 @@ qint64 PopoverHost::processId() const {
     return m_process ? m_process->processId() : 0;
 }
 
-bool PopoverHost::ensureRunning() {
+void PopoverHost::ensureRunning() {
     if (m_process)
-        return true;
+        return;
     m_process = new QProcess(this);
     // The popover logs to the same place as the tray.
     m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -67,8 +67,7 @@ bool PopoverHost::ensureRunning() {
         processGone();
     });
     m_reader = view::LineReader();
-    m_process->start(m_program, {}, QIODevice::ReadWrite | QIODevice::Unbuffered);
-    return true;
+    m_process->start(m_program, {});
 }
 
 void PopoverHost::processGone() {

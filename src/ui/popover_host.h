@@ -44,7 +44,7 @@ Q_SIGNALS:
     void commandReceived(const quonbrix::view::UserCommand &command);
 
 private:
-    bool ensureRunning();
+    void ensureRunning();
     void send(const view::ToPopover &message);
     void readReplies();
     void handle(const view::FromPopover &message);
