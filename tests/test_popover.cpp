@@ -28,9 +28,9 @@ using quonbrix::test::visualItems;
 namespace {
 
 // "a:1 b:2": projects labelled a and b with figures "1" and "2".
-std::vector<view::Project> projects(const QString &spec) {
+std::vector<view::Project> projects(const QString &text) {
     std::vector<view::Project> out;
-    for (const QString &p : spec.split(u' ', Qt::SkipEmptyParts))
+    for (const QString &p : text.split(u' ', Qt::SkipEmptyParts))
         out.push_back({p.section(u':', 0, 0), p.section(u':', 1), QStringLiteral("help")});
     return out;
 }

@@ -135,7 +135,7 @@ view::Button updateButton(const StatusModel &model) {
     const bool syncing = model.syncing();
     return button(syncing ? QStringLiteral("Updating") : QStringLiteral("Update now"),
                   QStringLiteral("arrow.triangle.2.circlepath"),
-                  QStringLiteral("Update the latest usage stored on this Mac"), !syncing);
+                  QStringLiteral("Update the latest usage stored on this computer"), !syncing);
 }
 
 view::Footer footer(const StatusModel &model) {
@@ -147,7 +147,7 @@ view::Footer footer(const StatusModel &model) {
     const auto &status = model.status();
     f.syncDetail = status && status->enrolled && !status->lastPushAt
                        ? QStringLiteral("Not synced")
-                       : QStringLiteral("Stored on this Mac");
+                       : QStringLiteral("Stored on this computer");
     const bool opening = model.openingLocalConsole();
     f.workspace = button(opening ? QStringLiteral("Opening") : QStringLiteral("Open workspace"),
                          QStringLiteral("rectangle.3.group"),
@@ -155,7 +155,7 @@ view::Footer footer(const StatusModel &model) {
                                         "clients, and reports"));
     f.meter =
         button(QStringLiteral("Open meter"), QStringLiteral("gauge.with.dots.needle.50percent"),
-               QStringLiteral("Open this Mac's private local Meter"), !opening);
+               QStringLiteral("Open this computer's private local Meter"), !opening);
     f.quit = button(QStringLiteral("Quit"), QStringLiteral("power"),
                     QStringLiteral("Stop the meter and quit QuonBrix"));
     return f;
