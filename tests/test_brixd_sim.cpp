@@ -327,6 +327,25 @@ private Q_SLOTS:
             QVERIFY(s->lastPushAt && *s->lastPushAt >= double(from));
     }
 
+    // Signed in from the enrollment file the app leaves; signing out deletes it.
+    void enrollmentFile() {
+        Sim sim;
+        const QString path = sim.home.filePath(u".quon-brix/enrollment.json"_s);
+        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.write(R"({"orgId":"org_sim","userId":"user_sim"})") > 0);
+        file.close();
+        QVERIFY(sim.start(scenario(u"fresh-install"_s)));
+        std::optional<DaemonStatus> s = sim.status();
+        QVERIFY(s && s->enrolled);
+        QCOMPARE(s->orgId, u"org_sim"_s);
+        QCOMPARE(sim.post(u"/enroll/clear"_s).status, 200);
+        QVERIFY(!QFileInfo::exists(path));
+        s = sim.status();
+        QVERIFY(s && !s->enrolled && !s->orgId);
+    }
+
     void adminTokenFile() {
         Sim sim; // a loose directory and an old token are left from before
         const QString dir = sim.home.filePath(u".quon-brix"_s);

@@ -26,7 +26,8 @@ struct ApiReply {
 
 class Api {
 public:
-    Api(SimState &state, std::optional<QString> forcedSyncSkip);
+    // `privateDir` is ~/.quon-brix, where the enrollment file lives.
+    Api(SimState &state, std::optional<QString> forcedSyncSkip, QString privateDir);
 
     ApiReply handle(const ApiRequest &request);
 
@@ -36,6 +37,7 @@ private:
 
     SimState &m_state;
     std::optional<QString> m_forcedSyncSkip;
+    QString m_privateDir;
 };
 
 } // namespace quonbrix::sim

@@ -2,6 +2,7 @@
 // without it. See README.md beside this file.
 
 #include "api.h"
+#include "enrollment.h"
 #include "options.h"
 #include "scenario.h"
 #include "sim_server.h"
@@ -57,7 +58,16 @@ int run(QCoreApplication &app, const RunOptions &options, const Environment &env
         return exitCannotServe;
     }
 
-    Api api(*state, options.forcedSyncSkip);
+    // Signed in when the app left an enrollment file, read once as the daemon does: the app
+    // restarts the daemon after a sign-in.
+    const std::optional<Enrollment> enrollment = readEnrollment(env.privateDir(), &error);
+    if (enrollment)
+        state->markEnrolled(enrollment->orgId.isEmpty() ? std::nullopt
+                                                        : std::optional(enrollment->orgId));
+    else if (!error.isEmpty())
+        logLine(error + QStringLiteral("; going by the scenario"));
+
+    Api api(*state, options.forcedSyncSkip, env.privateDir());
     SimServer server(api, options.fault);
     // Our own listener rather than server.listen(), which would add a second, noisier line.
     auto *listener = new QTcpServer(&server);
@@ -90,6 +100,8 @@ int run(QCoreApplication &app, const RunOptions &options, const Environment &env
         line += QStringLiteral(" with fault ") + options.fault.text();
     if (options.forcedSyncSkip)
         line += QStringLiteral(", every sync skipped as \"%1\"").arg(*options.forcedSyncSkip);
+    if (enrollment)
+        line += QStringLiteral(", signed in (enrollment.json)");
     logLine(line);
     return app.exec();
 }
