@@ -109,13 +109,15 @@ public:
         m_proc.start(simBin, QStringList{u"run"_s, u"--port"_s, u"0"_s} + args);
         static const QRegularExpression serving(
             u"serving scenario \\S+ on http://127\\.0\\.0\\.1:(\\d+)"_s);
+        static const QRegularExpression account(u"account API on http://127\\.0\\.0\\.1:(\\d+)"_s);
         QElapsedTimer t;
         t.start();
         while (t.elapsed() < 10000) {
             m_log += m_proc.readAllStandardError();
             const QRegularExpressionMatch m = serving.match(QString::fromUtf8(m_log));
-            if (m.hasMatch()) {
+            if (m.hasMatch()) { // the last line at start
                 port = quint16(m.captured(1).toUInt());
+                accountPort = quint16(account.match(QString::fromUtf8(m_log)).captured(1).toUInt());
                 return true;
             }
             if (m_proc.state() == QProcess::NotRunning)
@@ -153,6 +155,18 @@ public:
         return await(send("POST", path, body));
     }
 
+    // To the account API, the way the app and a browser send: JSON or a form, a bearer token.
+    HttpResult account(const QByteArray &method, const QString &path, const QByteArray &body = {},
+                       const QByteArray &bearer = {}) {
+        QNetworkRequest req(QUrl(u"http://127.0.0.1:%1%2"_s.arg(accountPort).arg(path)));
+        req.setHeader(QNetworkRequest::ContentTypeHeader,
+                      body.startsWith('{') ? "application/json"_ba
+                                           : "application/x-www-form-urlencoded"_ba);
+        if (!bearer.isEmpty())
+            req.setRawHeader("authorization", "Bearer " + bearer);
+        return await(m_nam.sendCustomRequest(req, method, body), 1000);
+    }
+
     // The served status, decoded the way the app decodes it.
     std::optional<DaemonStatus> status() {
         return json::decode<DaemonStatus>(await(send("GET", u"/status"_s, {})).body);
@@ -168,6 +182,7 @@ public:
 
     QTemporaryDir home;
     quint16 port = 0;
+    quint16 accountPort = 0;
     qint64 startedAtMs = 0;
 
 private:
@@ -327,6 +342,131 @@ private Q_SLOTS:
             QVERIFY(s->lastPushAt && *s->lastPushAt >= double(from));
     }
 
+    // A sign-in as the app runs it, each row with its own account script. Steps are the poll
+    // answers expected in turn ("tokens", an error, "no answer"), or a click on the approval
+    // page ("approve", "deny").
+    void signIn_data() {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<int>("startStatus");
+        QTest::addColumn<int>("interval");
+        QTest::addColumn<QStringList>("steps");  // empty: the start gives no device code
+        QTest::addColumn<int>("userinfoStatus"); // 0: not asked
+        const QString pending = u"authorization_pending"_s;
+        QTest::newRow("approved on the page")
+            << QString() << 200 << 5 << QStringList{pending, u"approve"_s, u"tokens"_s} << 200;
+        QTest::newRow("denied on the page")
+            << QString() << 200 << 5 << QStringList{pending, u"deny"_s, u"access_denied"_s} << 0;
+        QTest::newRow("pending=2") << u"pending=2,interval=1"_s << 200 << 1
+                                   << QStringList{pending, pending, u"tokens"_s} << 0;
+        QTest::newRow("slow_down") << u"slow_down=2,pending=0"_s << 200 << 5
+                                   << QStringList{u"slow_down"_s, u"slow_down"_s, u"tokens"_s} << 0;
+        QTest::newRow("deny") << u"pending=1,deny"_s << 200 << 5
+                              << QStringList{pending, u"access_denied"_s} << 0;
+        QTest::newRow("expired") << u"expired"_s << 200 << 5 << QStringList{u"expired_token"_s}
+                                 << 0;
+        QTest::newRow("tls") << u"tls"_s << 200 << 5
+                             << QStringList{u"self signed certificate in certificate chain"_s} << 0;
+        QTest::newRow("poll hangs")
+            << u"poll=hang"_s << 200 << 5 << QStringList{u"no answer"_s} << 0;
+        QTest::newRow("userinfo=500")
+            << u"pending=0,userinfo=500"_s << 200 << 5 << QStringList{u"tokens"_s} << 500;
+        QTest::newRow("start=500") << u"start=500"_s << 500 << 0 << QStringList{} << 0;
+        QTest::newRow("start=garbage") << u"start=garbage"_s << 200 << 0 << QStringList{} << 0;
+    }
+
+    void signIn() {
+        QFETCH(QString, script);
+        QFETCH(int, startStatus);
+        QFETCH(int, interval);
+        QFETCH(QStringList, steps);
+        QFETCH(int, userinfoStatus);
+        Sim sim;
+        QVERIFY(sim.start({u"--account-port"_s, u"0"_s, u"--account-script"_s, script}));
+        QVERIFY(sim.accountPort != 0 && sim.accountPort != sim.port);
+        const HttpResult start =
+            sim.account("POST", u"/v1/auth/device/start"_s, R"({"client_id":"quon-brix"})"_ba);
+        QCOMPARE(start.status, startStatus);
+        const QJsonObject prompt = start.object();
+        const QByteArray deviceCode = prompt.value(u"device_code").toString().toUtf8();
+        const QString userCode = prompt.value(u"user_code").toString();
+        QCOMPARE(!deviceCode.isEmpty(), !steps.isEmpty());
+        if (steps.isEmpty())
+            return;
+        QVERIFY2(QRegularExpression(u"^[A-Z]{4}-[A-Z]{4}$"_s).match(userCode).hasMatch(),
+                 qPrintable(userCode));
+        QCOMPARE(prompt.value(u"expires_in").toInt(), 900);
+        QCOMPARE(prompt.value(u"interval").toInt(), interval);
+
+        QByteArrayList secrets{deviceCode, userCode.toUtf8()};
+        QByteArray accessToken;
+        for (const QString &step : steps) {
+            if (step == u"approve" || step == u"deny") {
+                // Where the app sends the browser when the account API is on this machine.
+                const HttpResult page = sim.account("GET", u"/activate?code="_s + userCode);
+                QCOMPARE(page.status, 200);
+                QVERIFY(page.contentType.startsWith("text/html"));
+                const QByteArray form =
+                    "<form method=\"post\" action=\"/activate/" + step.toUtf8() +
+                    "\"><input type=\"hidden\" name=\"code\" value=\"" + userCode.toUtf8() + "\">";
+                QVERIFY2(page.body.contains(form) && !page.body.contains("://"),
+                         page.body.constData());
+                const HttpResult done =
+                    sim.account("POST", u"/activate/"_s + step, "code=" + userCode.toUtf8());
+                QCOMPARE(done.status, 200);
+                continue;
+            }
+            const HttpResult poll =
+                sim.account("POST", u"/v1/auth/device/poll"_s,
+                            "grant_type=urn:ietf:params:oauth:grant-type:device_code&device_code=" +
+                                deviceCode + "&client_id=quon-brix");
+            QCOMPARE(poll.answered, step != u"no answer");
+            if (!poll.answered)
+                continue;
+            const QJsonObject o = poll.object();
+            QCOMPARE(poll.status == 200, step == u"tokens");
+            QCOMPARE(o.value(u"error").toString(), step == u"tokens" ? QString() : step);
+            accessToken = o.value(u"access_token").toString().toUtf8();
+            if (step == u"tokens") {
+                QCOMPARE(o.value(u"token_type").toString(), u"Bearer"_s);
+                QVERIFY(!accessToken.isEmpty() && o.value(u"refresh_token").isString());
+                secrets << accessToken << o.value(u"refresh_token").toString().toUtf8();
+            }
+        }
+        if (userinfoStatus != 0) {
+            const HttpResult who =
+                sim.account("GET", u"/v1/auth/device/userinfo"_s, {}, accessToken);
+            QCOMPARE(who.status, userinfoStatus);
+            if (userinfoStatus == 200) {
+                QCOMPARE(who.object().value(u"org_id").toString(), u"org_sim"_s);
+                QCOMPARE(who.object().value(u"user_id").toString(), u"user_sim"_s);
+                QCOMPARE(sim.account("GET", u"/v1/auth/device/userinfo"_s, {}, deviceCode).status,
+                         401);
+            }
+        }
+        const QByteArray log = sim.log();
+        for (const QByteArray &secret : secrets)
+            QVERIFY2(!log.contains(secret), log.constData());
+    }
+
+    // Signed in from the enrollment file the app leaves; signing out deletes it.
+    void enrollmentFile() {
+        Sim sim;
+        const QString path = sim.home.filePath(u".quon-brix/enrollment.json"_s);
+        QVERIFY(QDir().mkpath(QFileInfo(path).path()));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.write(R"({"orgId":"org_sim","userId":"user_sim"})") > 0);
+        file.close();
+        QVERIFY(sim.start(scenario(u"fresh-install"_s)));
+        std::optional<DaemonStatus> s = sim.status();
+        QVERIFY(s && s->enrolled);
+        QCOMPARE(s->orgId, u"org_sim"_s);
+        QCOMPARE(sim.post(u"/enroll/clear"_s).status, 200);
+        QVERIFY(!QFileInfo::exists(path));
+        s = sim.status();
+        QVERIFY(s && !s->enrolled && !s->orgId);
+    }
+
     void adminTokenFile() {
         Sim sim; // a loose directory and an old token are left from before
         const QString dir = sim.home.filePath(u".quon-brix"_s);
@@ -398,6 +538,9 @@ private Q_SLOTS:
             << QStringList{u"--fault"_s, u"sometimes"_s} << 2 << "sometimes"_ba;
         QTest::newRow("port not a number")
             << QStringList{u"--port"_s, u"eighty"_s} << 2 << "eighty"_ba;
+        QTest::newRow("unknown account script")
+            << QStringList{u"--account-port"_s, u"0"_s, u"--account-script"_s, u"pending=2,later"_s}
+            << 2 << "\"later\""_ba;
     }
 
     void commandLine() {

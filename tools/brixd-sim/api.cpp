@@ -1,5 +1,7 @@
 #include "api.h"
 
+#include "enrollment.h"
+
 #include "daemon_link/records.h"
 #include "json/json_codec.h"
 
@@ -21,9 +23,10 @@ ApiReply errorReply(int status, const QString &code, const QString &message) {
 
 } // namespace
 
-Api::Api(SimState &state, std::optional<QString> forcedSyncSkip)
+Api::Api(SimState &state, std::optional<QString> forcedSyncSkip, QString privateDir)
     : m_state(state)
-    , m_forcedSyncSkip(std::move(forcedSyncSkip)) {}
+    , m_forcedSyncSkip(std::move(forcedSyncSkip))
+    , m_privateDir(std::move(privateDir)) {}
 
 ApiReply Api::handle(const ApiRequest &request) {
     const bool get = request.method == "GET";
@@ -45,7 +48,8 @@ ApiReply Api::handle(const ApiRequest &request) {
         return heartbeat(request.body);
     if (post && path == u"/enroll/clear") {
         m_state.clearEnrollment();
-        return {200, compact({{QStringLiteral("ok"), true}}), QStringLiteral("enrollment cleared")};
+        return {200, compact({{QStringLiteral("ok"), true}}),
+                QStringLiteral("signed out: ") + forgetEnrollment(m_privateDir)};
     }
     return errorReply(404, QStringLiteral("not-found"), QStringLiteral("No such endpoint"));
 }

@@ -11,6 +11,8 @@ const QString scenarioVar = QStringLiteral("BRIXD_SIM_SCENARIO");
 const QString faultVar = QStringLiteral("BRIXD_SIM_FAULT");
 const QString syncSkipVar = QStringLiteral("BRIXD_SIM_SYNC_SKIP");
 const QString portVar = QStringLiteral("QUON_BRIX_ADMIN_PORT");
+const QString accountPortVar = QStringLiteral("BRIXD_SIM_ACCOUNT_PORT");
+const QString accountScriptVar = QStringLiteral("BRIXD_SIM_ACCOUNT_SCRIPT");
 
 // The command line's value if given, else the variable's if set and not empty.
 std::optional<QString> pick(const QCommandLineParser &parser, const QCommandLineOption &option,
@@ -76,7 +78,11 @@ Invocation parseInvocation(const QStringList &arguments, const Environment &env)
                                       QStringLiteral("name"));
     const QCommandLineOption fault(QStringLiteral("fault"), QString(), QStringLiteral("mode"));
     const QCommandLineOption port(QStringLiteral("port"), QString(), QStringLiteral("n"));
-    parser.addOptions({help, scenario, fault, port});
+    const QCommandLineOption accountPort(QStringLiteral("account-port"), QString(),
+                                         QStringLiteral("n"));
+    const QCommandLineOption accountScript(QStringLiteral("account-script"), QString(),
+                                           QStringLiteral("items"));
+    parser.addOptions({help, scenario, fault, port, accountPort, accountScript});
 
     Invocation inv;
     if (!parser.parse(arguments)) {
@@ -108,15 +114,28 @@ Invocation parseInvocation(const QStringList &arguments, const Environment &env)
         return inv;
     }
     run.fault = *parsedFault;
-    if (const std::optional<QString> portText = pick(parser, port, env, portVar)) {
-        const std::optional<quint16> parsedPort = parsePort(*portText);
-        if (!parsedPort) {
+    const auto portFrom = [&](const QCommandLineOption &option,
+                              const QString &var) -> std::optional<quint16> {
+        const std::optional<QString> text = pick(parser, option, env, var);
+        if (!text)
+            return std::nullopt;
+        const std::optional<quint16> parsed = parsePort(*text);
+        if (!parsed)
             inv.usageError =
-                QStringLiteral("port must be a number from 0 to 65535, not \"%1\"").arg(*portText);
-            return inv;
-        }
-        run.port = *parsedPort;
-    }
+                QStringLiteral("port must be a number from 0 to 65535, not \"%1\"").arg(*text);
+        return parsed;
+    };
+    if (const std::optional<quint16> p = portFrom(port, portVar))
+        run.port = *p;
+    run.accountPort = portFrom(accountPort, accountPortVar);
+    if (!inv.usageError.isEmpty())
+        return inv;
+    run.accountScriptText = pick(parser, accountScript, env, accountScriptVar).value_or(QString());
+    const std::optional<AccountScript> script =
+        parseAccountScript(run.accountScriptText, &inv.usageError);
+    if (!script)
+        return inv;
+    run.accountScript = *script;
     const std::optional<QString> skip = env.value(syncSkipVar);
     if (skip && !skip->isEmpty())
         run.forcedSyncSkip = skip;
@@ -126,6 +145,7 @@ Invocation parseInvocation(const QStringList &arguments, const Environment &env)
 QString helpText() {
     return QStringLiteral(
         "Usage: brixd-sim run [--scenario NAME|PATH] [--fault MODE] [--port N]\n"
+        "                     [--account-port N [--account-script ITEMS]]\n"
         "       brixd-sim list\n"
         "       brixd-sim --help\n"
         "\n"
@@ -134,13 +154,21 @@ QString helpText() {
         "\n"
         "  --scenario NAME|PATH  a built-in scenario (see `list`) or a scenario file;\n"
         "                        default typical-day                [BRIXD_SIM_SCENARIO]\n"
-        "  --fault MODE          every endpoint misbehaves: 500, hang, garbage or\n"
+        "  --fault MODE          every admin endpoint misbehaves: 500, hang, garbage or\n"
         "                        slow=SECONDS                       [BRIXD_SIM_FAULT]\n"
         "  --port N              port to listen on, 0 for any free one; default 8511\n"
         "                                                           [QUON_BRIX_ADMIN_PORT]\n"
+        "  --account-port N      also serve the stand-in account API (device sign-in and\n"
+        "                        its approval page /activate) on this port, 0 for any\n"
+        "                        free one; default: not served  [BRIXD_SIM_ACCOUNT_PORT]\n"
+        "  --account-script ITEMS  how the account API answers, comma-separated:\n"
+        "                        pending=N slow_down=N deny expired tls poll=hang\n"
+        "                        start=STATUS|garbage userinfo=STATUS interval=SECONDS\n"
+        "                                                        [BRIXD_SIM_ACCOUNT_SCRIPT]\n"
         "\n"
         "BRIXD_SIM_SYNC_SKIP=CODE makes every sync report that skip code (busy, error, ...).\n"
-        "It writes a fresh ~/.quon-brix/admin-token at start and stops on SIGTERM or SIGINT.\n"
+        "It writes a fresh ~/.quon-brix/admin-token at start, reads ~/.quon-brix/enrollment.json\n"
+        "(signed in when it is there) and stops on SIGTERM or SIGINT.\n"
         "Exit status: 0 when stopped by a signal, 1 when it cannot serve, 2 for a usage error.\n");
 }
 

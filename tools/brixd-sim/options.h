@@ -4,8 +4,10 @@
 // `brixd run` with nothing else, so every option can also come from the environment; an
 // option on the command line wins.
 
-#include "platform/environment.h"
+#include "account_api.h"
 #include "scenario.h"
+
+#include "platform/environment.h"
 
 #include <QStringList>
 #include <optional>
@@ -29,6 +31,10 @@ struct RunOptions {
     Fault fault;
     quint16 port = 8511;
     std::optional<QString> forcedSyncSkip;
+    // The account API's port; absent: not served.
+    std::optional<quint16> accountPort;
+    AccountScript accountScript;
+    QString accountScriptText; // as given, for the start line
 };
 
 enum class Command { Run, List, Help };

@@ -21,7 +21,7 @@ void send(QHttpServerResponder &responder, const ApiReply &reply) {
     if (reply.status == 204)
         responder.write(StatusCode::NoContent);
     else
-        responder.write(reply.body, jsonType, StatusCode(reply.status));
+        responder.write(reply.body, reply.contentType, StatusCode(reply.status));
 }
 
 // Keeps a responder alive until the reply is due, as a child of the connection's socket: when
@@ -77,9 +77,9 @@ void logLine(const QString &text) {
     std::fflush(stderr);
 }
 
-SimServer::SimServer(Api &api, Fault fault, QObject *parent)
+SimServer::SimServer(Endpoints endpoints, Fault fault, QObject *parent)
     : QAbstractHttpServer(parent)
-    , m_api(api)
+    , m_endpoints(std::move(endpoints))
     , m_fault(fault) {}
 
 void SimServer::stopListening() {
@@ -89,7 +89,9 @@ void SimServer::stopListening() {
 }
 
 bool SimServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) {
-    const ApiRequest in{methodName(request.method()), request.url().path(), request.body()};
+    const ApiRequest in{methodName(request.method()), request.url().path(), request.query(),
+                        request.body(), request.value(QByteArrayLiteral("authorization"))};
+    // The path only: a query may carry a sign-in code.
     const QString what = QString::fromLatin1(in.method) + u' ' + in.path.left(100);
     QHttpServerResponder responder = makeResponder(request, socket);
 
@@ -114,7 +116,12 @@ bool SimServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *soc
         break;
     }
 
-    ApiReply reply = m_api.handle(in);
+    ApiReply reply = m_endpoints(in);
+    if (reply.hold) {
+        new PendingReply(std::move(responder), socket);
+        logLine(what + QStringLiteral(" -> held open, no answer (%1)").arg(reply.summary));
+        return true;
+    }
     logLine(QStringLiteral("%1 -> %2 (%3)").arg(what).arg(reply.status).arg(reply.summary));
     if (m_fault.kind == Fault::Kind::Slow)
         (new PendingReply(std::move(responder), socket))

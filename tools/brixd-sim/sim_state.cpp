@@ -153,6 +153,11 @@ void SimState::recordHeartbeat(const AttentionHeartbeat &heartbeat) {
     day.spanSeconds = first.isValid() ? std::max<qint64>(0, first.secsTo(now)) : 0;
 }
 
+void SimState::markEnrolled(const std::optional<QString> &orgId) {
+    m_enrolled = true;
+    m_orgId = orgId;
+}
+
 void SimState::clearEnrollment() {
     m_enrolled = false;
     m_orgId.reset();

@@ -26,6 +26,8 @@ public:
     SyncResult sync(const std::optional<QString> &forcedSkip);
     LocalViewHandoff issueHandoff();
     void recordHeartbeat(const AttentionHeartbeat &heartbeat);
+    // Signed in from the enrollment file, whatever the scenario says.
+    void markEnrolled(const std::optional<QString> &orgId);
     void clearEnrollment();
     WorkTimerBook &timers() { return m_timers; }
 
