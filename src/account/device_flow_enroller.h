@@ -6,7 +6,6 @@
 #include "platform/environment.h"
 
 #include <QObject>
-#include <QPointer>
 #include <chrono>
 #include <functional>
 
@@ -45,10 +44,11 @@ public:
     bool isRunning() const;
 
     // The account API: QUON_ACCOUNT_API_BASE when it starts with "http" (one trailing "/"
-    // removed), else the product's own.
+    // removed), else the product's own (https://api.quon.app).
     QString apiBase() const;
-    // For an API on localhost or 127.0.0.1 the approval page is the local console's
-    // "/activate?code=" page; any other URL stays as it is.
+    // For an API on localhost or 127.0.0.1 (local development) the approval page is the web
+    // console's "/activate?code=" page (Environment::consoleBase()), the code appended as it
+    // is; any other URL stays as it is.
     static QString rewriteVerificationForLocalDev(const QString &url, const QString &apiBase,
                                                   const QString &userCode, const Environment &env);
 
@@ -56,7 +56,7 @@ private:
     struct Run;
     Options m_options;
     QNetworkAccessManager *m_network;
-    QPointer<QObject> m_run; // the running flow's context; deleting it cancels the flow
+    Run *m_run = nullptr; // the running sign-in; deleting it cancels it
 };
 
 } // namespace quonbrix

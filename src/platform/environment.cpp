@@ -34,4 +34,13 @@ QString Environment::privateDir() const {
     return homeDir() + QStringLiteral("/.quon-brix");
 }
 
+QString Environment::consoleBase() const {
+    QString base = m_vars.value(QStringLiteral("QUON_CONSOLE_URL"));
+    if (!base.startsWith(QLatin1String("http")))
+        base = QStringLiteral("https://console.quon.app");
+    if (base.endsWith(u'/'))
+        base.chop(1);
+    return base;
+}
+
 } // namespace quonbrix

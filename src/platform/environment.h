@@ -26,6 +26,9 @@ public:
     QString homeDir() const;
     // ~/.quon-brix, where the daemon and the app keep their private files.
     QString privateDir() const;
+    // The web console: QUON_CONSOLE_URL when it starts with "http" (one trailing "/" removed),
+    // else the product's own.
+    QString consoleBase() const;
 
 private:
     QHash<QString, QString> m_vars;

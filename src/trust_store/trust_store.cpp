@@ -1,17 +1,14 @@
 #include "trust_store/trust_store.h"
 
+#include "files/private_files.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QSaveFile>
 #include <QSslCertificate>
 #include <QStringDecoder>
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <sys/stat.h>
-#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcTrustStore, "quonbrix.truststore")
 
@@ -117,44 +114,6 @@ std::optional<QByteArray> reencode(QByteArrayView gathered) {
     if (cert.isNull())
         return std::nullopt;
     return cert.toPem();
-}
-
-// Creates the private directory (never its parents: a missing home directory is reported, not
-// made up) and keeps it owner-only. Returns a description of what went wrong, if anything.
-std::optional<QString> preparePrivateDir(const QString &dir) {
-    const QByteArray native = QFile::encodeName(dir);
-    struct stat st = {};
-    if (::lstat(native.constData(), &st) != 0) {
-        if (::mkdir(native.constData(), 0700) != 0) {
-            const int err = errno;
-            return QStringLiteral("cannot create directory %1: %2")
-                .arg(dir, QString::fromLocal8Bit(std::strerror(err)));
-        }
-        ::chmod(native.constData(), 0700); // the umask may have taken bits away
-        return std::nullopt;
-    }
-    if (!S_ISDIR(st.st_mode))
-        return QStringLiteral("%1 is not a directory").arg(dir);
-    if (st.st_uid == ::getuid() && (st.st_mode & 077) != 0)
-        ::chmod(native.constData(), 0700);
-    return std::nullopt;
-}
-
-// Atomic replace: a reader (brixd starting at the same moment) sees the old bundle or the new
-// one, never half of one.
-std::optional<QString> writeOwnerOnly(const QString &path, const QByteArray &bytes) {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return QStringLiteral("cannot write %1: %2").arg(path, file.errorString());
-    if (::fchmod(file.handle(), 0600) != 0) {
-        const int err = errno;
-        file.cancelWriting();
-        return QStringLiteral("cannot restrict %1: %2")
-            .arg(path, QString::fromLocal8Bit(std::strerror(err)));
-    }
-    if (file.write(bytes) != bytes.size() || !file.commit())
-        return QStringLiteral("cannot write %1: %2").arg(path, file.errorString());
-    return std::nullopt;
 }
 
 QStringList anchorFiles(const QString &dir) {
@@ -302,9 +261,10 @@ std::optional<QString> build(const TrustStoreSources &sources) {
     }
 
     const QString path = QDir(sources.outputDir).filePath(QLatin1String(kFileName));
-    std::optional<QString> failure = preparePrivateDir(sources.outputDir);
+    // brixd trusts whatever this file says, so only its owner may change or read it.
+    std::optional<QString> failure = files::preparePrivateDir(sources.outputDir);
     if (!failure)
-        failure = writeOwnerOnly(path, *normalized);
+        failure = files::writeOwnerOnly(path, *normalized);
     if (failure) {
         qCWarning(lcTrustStore).noquote()
             << QStringLiteral("[QuonBrix] brixd trust-store: write failed: ") + *failure;
