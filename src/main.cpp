@@ -79,6 +79,8 @@ int runTray(int argc, char *argv[]) {
 
     QObject::connect(&instance, &SingleInstance::activationRequested, &shell,
                      &TrayShell::openPopover);
+    QObject::connect(&instance, &SingleInstance::signedInElsewhere, &core,
+                     &AppCore::signInFinishedElsewhere);
     QObject::connect(&shell, &TrayShell::quitRequested, &app, &QCoreApplication::quit);
     UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
     QObject::connect(&signalWatcher, &UnixSignalWatcher::received, &app, &QCoreApplication::quit);

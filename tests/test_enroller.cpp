@@ -3,6 +3,7 @@
 // keyring is given and the enrollment file the daemon reads.
 
 #include "account/device_flow_enroller.h"
+#include "account/sign_in_process.h"
 #include "helpers/log_capture.h"
 #include "support/fake_daemon.h"
 
@@ -501,6 +502,43 @@ private Q_SLOTS:
         QCOMPARE(h.tokens.accounts,
                  when == u"wait"_s ? QStringList() : QStringList{u"quon-brix-refresh"_s});
         QVERIFY(!QFileInfo::exists(h.enrollmentFile()));
+    }
+    // The tray's way: the flow in `quonbrix signin --events`, here a script printing what the
+    // real one would (or worse). Every run ends with exactly one of done and error.
+    void signInProcessReports_data() {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QString>("reported");
+        const QString prompt =
+            uR"(echo '{"prompt":{"userCode":"AB-CD","verificationUri":"http://x/a","expiresIn":900}}')"_s;
+        QTest::newRow("prompt, then done")
+            << prompt + u"\necho '{\"done\":true}'"_s << u"prompt AB-CD|done"_s;
+        QTest::newRow("the flow's own error")
+            << prompt + u"\necho '{\"error\":\"Sign-in was denied.\"}'"_s
+            << u"prompt AB-CD|error Sign-in was denied."_s;
+        QTest::newRow("garbage is skipped")
+            << u"echo 'not json'\necho '{\"done\":true}'"_s << u"done"_s;
+        QTest::newRow("exits without a word")
+            << u"exit 3"_s << u"error Sign-in stopped unexpectedly (exit code 3)"_s;
+        QTest::newRow("killed") << prompt + u"\nkill -9 $$"_s
+                                << u"prompt AB-CD|error Sign-in stopped unexpectedly (crashed)"_s;
+    }
+    void signInProcessReports() {
+        QFETCH(QString, script);
+        QFETCH(QString, reported);
+        QTemporaryDir dir;
+        const QString program = dir.filePath(u"quonbrix"_s);
+        QFile file(program);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("#!/bin/sh\n" + script.toUtf8() + "\n");
+        file.close();
+        QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        SignInProcess process(program);
+        QStringList seen;
+        process.run([&](const EnrollPrompt &p) { seen << u"prompt "_s + p.userCode; },
+                    [&] { seen << u"done"_s; }, [&](const QString &m) { seen << u"error "_s + m; });
+        QTRY_VERIFY(seen.join(u'|').contains(u"done"_s) || seen.join(u'|').contains(u"error"_s));
+        QTest::qWait(100); // nothing more comes
+        QCOMPARE(seen.join(u'|'), reported);
     }
 };
 

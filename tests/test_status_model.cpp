@@ -1,3 +1,4 @@
+#include "account/device_flow_enroller.h"
 #include "app/status_model.h"
 #include "daemon_link/records.h"
 #include "support/fake_daemon.h"
@@ -7,6 +8,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <atomic>
@@ -19,11 +21,27 @@ using quonbrix::test::FakeReply;
 
 namespace {
 
-// Stands in for the daemon supervisor; the model only ever asks it to restart.
+// Stands in for the daemon supervisor: counts restarts and says where daemon and CA bundle are.
 class CountingRestarter : public DaemonRestarter {
 public:
     void restart() override { ++calls; }
+    std::optional<QString> trustStorePath() override { return bundle; }
+    std::optional<QString> daemonPath() const override { return daemon; }
     std::atomic<int> calls{0};
+    std::optional<QString> bundle;
+    std::optional<QString> daemon;
+};
+
+// Keeps tokens in memory: the enroller's keyring is not what these tests look at.
+class MemoryTokens : public TokenStore {
+public:
+    void store(const QString &account, const QString &secret, QObject *context,
+               std::function<void(std::optional<QString>)> done) override {
+        stored.insert(account, secret);
+        QMetaObject::invokeMethod(
+            context, [done] { done(std::nullopt); }, Qt::QueuedConnection);
+    }
+    QHash<QString, QString> stored;
 };
 
 QJsonObject statusObject(bool enrolled, qint64 tokens = 16600) {
@@ -39,9 +57,11 @@ FakeReply statusReply(bool enrolled, qint64 tokens = 16600) {
 
 // A model wired to a fake daemon, with a home directory of its own.
 struct Rig {
-    explicit Rig(std::chrono::milliseconds refresh = 60s)
+    explicit Rig(std::chrono::milliseconds refresh = 60s,
+                 std::chrono::milliseconds enrollPoll = 1500ms)
         : client(daemon.base(), timeouts())
-        , model(&client, daemon.environment(home.path()), StatusModel::Intervals{refresh}) {
+        , model(&client, daemon.environment(home.path()),
+                StatusModel::Intervals{refresh, 60s, enrollPoll}) {
         QObject::connect(&model, &StatusModel::passFinished, &model,
                          [this](const std::optional<DaemonStatus> &) { ++passes; });
     }
@@ -79,10 +99,34 @@ struct Rig {
         return QFile::remove(home.filePath(QStringLiteral(".quon-brix/enrollment.json")));
     }
 
+    // Signing in against the fake daemon, which also plays the account service; the waits
+    // between polls pass at once. Opened pages land in `opened`.
+    void enableSignIn(std::shared_ptr<CountingRestarter> supervisor) {
+        model.setSupervisor(supervisor);
+        Environment env = daemon.environment(home.path());
+        env.set(QStringLiteral("QUON_ACCOUNT_API_BASE"), daemon.base());
+        env.set(QStringLiteral("QUON_CONSOLE_URL"), QStringLiteral("http://console.test"));
+        model.setEnrollerFactory([this, env](QObject *parent) {
+            DeviceFlowEnroller::Options o;
+            o.env = env;
+            o.tokens = &tokens;
+            o.wait = [](std::chrono::seconds, QObject *context, std::function<void()> then) {
+                QMetaObject::invokeMethod(context, then, Qt::QueuedConnection);
+            };
+            return new DeviceFlowEnroller(o, parent);
+        });
+        model.setUrlOpener([this](const QUrl &url, QObject *, UrlOpenDone done) {
+            opened << url.toString();
+            done(UrlOpenOutcome::Accepted);
+        });
+    }
+
     QTemporaryDir home;
     FakeDaemon daemon;
     MeterClient client;
     StatusModel model;
+    MemoryTokens tokens;
+    QStringList opened;
     int passes = 0;
 };
 
@@ -106,6 +150,13 @@ private Q_SLOTS:
     void lastPassToFinishWins_data();
     void lastPassToFinishWins();
     void modelGoneBeforeReply();
+    void signIn_data();
+    void signIn();
+    void watchAfterSignInGivesUp();
+    void signOut_data();
+    void signOut();
+    void terminalSignInCommand_data();
+    void terminalSignInCommand();
 };
 
 void StatusModelTest::nothingBeforeTheFirstRead() {
@@ -411,6 +462,153 @@ void StatusModelTest::modelGoneBeforeReply() {
     // The answer arrives for a model that is gone; nothing may touch it.
     QTest::qWait(400);
     QCOMPARE(daemon.requests().size(), 1);
+}
+
+void StatusModelTest::signIn_data() {
+    QTest::addColumn<QByteArray>("start"); // the /v1/auth/device/start answer
+    QTest::addColumn<QByteArray>("poll");  // the poll answer
+    QTest::addColumn<bool>("supervisor");  // handed over before the sign-in
+    QTest::addColumn<QString>("opened");   // the page the browser got
+    QTest::addColumn<QString>("error");    // empty: it succeeds
+    QTest::addColumn<bool>("terminal");    // the terminal way round is offered
+    const QByteArray complete = R"({"device_code":"dc_1","user_code":"WDJB-MJHT",
+        "verification_uri":"https://quon.test/activate",
+        "verification_uri_complete":"https://quon.test/activate?code=WDJB-MJHT",
+        "expires_in":900,"interval":5})";
+    const QByteArray tokens = R"({"access_token":"at_1","refresh_token":"rt_1"})";
+    // The fake account service is on 127.0.0.1, so the page is the console's activate page.
+    const QString completePage = QStringLiteral("http://console.test/activate?code=WDJB-MJHT");
+    QTest::newRow("approved: the complete page opens, the daemon restarts")
+        << complete << tokens << true << completePage << QString() << false;
+    QTest::newRow("denied: the error, no terminal offer")
+        << complete << QByteArray(R"({"error":"access_denied"})") << true << completePage
+        << QStringLiteral("Sign-in was denied.") << false;
+    QTest::newRow("a certificate problem offers the terminal")
+        << complete << QByteArray(R"({"error":"self signed certificate in certificate chain"})")
+        << true << completePage
+        << QStringLiteral("Sign-in error: self signed certificate in certificate chain") << true;
+    QTest::newRow("no supervisor: nothing is asked of anyone")
+        << complete << tokens << false << QString()
+        << QStringLiteral("internal: supervisor unavailable") << false;
+}
+
+void StatusModelTest::signIn() {
+    QFETCH(QByteArray, start);
+    QFETCH(QByteArray, poll);
+    QFETCH(bool, supervisor);
+    QFETCH(QString, opened);
+    QFETCH(QString, error);
+    QFETCH(bool, terminal);
+
+    Rig rig;
+    const auto restarter = std::make_shared<CountingRestarter>();
+    rig.enableSignIn(restarter);
+    if (!supervisor)
+        rig.model.setSupervisor({});
+    rig.daemon.setReply(QStringLiteral("/v1/auth/device/start"), FakeReply::json(start));
+    rig.daemon.setReply(QStringLiteral("/v1/auth/device/poll"),
+                        FakeReply::json(poll, poll.contains("error") ? 400 : 200));
+    rig.daemon.setReply(QStringLiteral("/v1/auth/device/userinfo"),
+                        FakeReply::json(QByteArray(R"({"org_id":"org_1","user_id":"u_1"})")));
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
+
+    rig.model.startEnroll();
+    const auto &progress = rig.model.enrollProgress();
+    if (error.isEmpty()) {
+        QTRY_VERIFY(progress && progress->enrolled);
+        QCOMPARE(restarter->calls.load(), 1);
+        QVERIFY(rig.model.isWatchingEnrollment());
+        // The daemon reports the sign-in: the progress is gone and the watch ends.
+        rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
+        QTRY_VERIFY(!progress);
+        QVERIFY(!rig.model.isWatchingEnrollment());
+    } else {
+        QTRY_VERIFY(progress && progress->state == QLatin1String("error"));
+        QCOMPARE(progress->error.value_or(QString()), error);
+        QCOMPARE(restarter->calls.load(), 0);
+        QCOMPARE(StatusModel::isTLSInterceptError(progress->error), terminal);
+    }
+    QCOMPARE(rig.opened.value(0), opened);
+    if (!supervisor)
+        QVERIFY(rig.daemon.requests(QStringLiteral("/v1/auth/device/start")).isEmpty());
+}
+
+void StatusModelTest::watchAfterSignInGivesUp() {
+    Rig rig(60s, 1ms);
+    const auto restarter = std::make_shared<CountingRestarter>();
+    rig.enableSignIn(restarter);
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
+    rig.daemon.setReply(QStringLiteral("/v1/auth/device/start"),
+                        FakeReply::json(QByteArray(R"({"device_code":"d","user_code":"U",
+                            "verification_uri":"https://quon.test/a"})")));
+    rig.daemon.setReply(QStringLiteral("/v1/auth/device/poll"),
+                        FakeReply::json(QByteArray(R"({"access_token":"a","refresh_token":"r"})")));
+    rig.daemon.setReply(QStringLiteral("/v1/auth/device/userinfo"),
+                        FakeReply::json(QByteArray("{}")));
+    rig.model.startEnroll();
+    QTRY_VERIFY(rig.model.enrollProgress() && rig.model.enrollProgress()->enrolled);
+    // A daemon that never reports the sign-in is read 31 times, then left to the refresh.
+    QTRY_VERIFY_WITH_TIMEOUT(!rig.model.isWatchingEnrollment(), 10000);
+    QTest::qWait(100);
+    QCOMPARE(rig.daemon.requests(QStringLiteral("/status")).size(), 31);
+}
+
+void StatusModelTest::signOut_data() {
+    QTest::addColumn<bool>("answers");
+    QTest::newRow("the daemon clears the sign-in") << true;
+    QTest::newRow("no daemon: nothing changes but the message") << false;
+}
+
+void StatusModelTest::signOut() {
+    QFETCH(bool, answers);
+    Rig rig;
+    rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
+    QVERIFY(rig.pass());
+    QSignalSpy changed(&rig.model, &StatusModel::statusChanged);
+    if (answers) {
+        rig.daemon.setReply(QStringLiteral("/enroll/clear"), FakeReply::json(QByteArray("{}")));
+        rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
+    } else {
+        rig.daemon.setReply(QStringLiteral("/enroll/clear"), FakeReply::drop());
+    }
+    rig.model.unenroll();
+    if (answers) {
+        QTRY_VERIFY(rig.model.hasStatus() && !rig.model.status()->enrolled);
+        QCOMPARE(changed.count(), 2); // cleared at once, then read afresh
+        QVERIFY(rig.model.signOutMessage().isEmpty());
+    } else {
+        QTRY_COMPARE(rig.model.signOutMessage(),
+                     QStringLiteral("Sign-out failed — is the daemon running?"));
+        QVERIFY(rig.model.status()->enrolled);
+        QCOMPARE(changed.count(), 0);
+    }
+}
+
+void StatusModelTest::terminalSignInCommand_data() {
+    QTest::addColumn<QString>("bundle");
+    QTest::addColumn<QString>("daemon");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("with a CA bundle")
+        << QStringLiteral("/home/a/.quon-brix/trust-store.pem")
+        << QStringLiteral("/opt/q/libexec/quonbrix/brixd")
+        << QStringLiteral(R"(SSL_CERT_FILE="/home/a/.quon-brix/trust-store.pem" )"
+                          R"("/opt/q/libexec/quonbrix/brixd" enroll)");
+    QTest::newRow("no bundle, no daemon found: the installed place, shell-quoted")
+        << QString() << QString() << QStringLiteral(R"("/home/\$me/\"q\"/brixd" enroll)");
+}
+
+void StatusModelTest::terminalSignInCommand() {
+    QFETCH(QString, bundle);
+    QFETCH(QString, daemon);
+    QFETCH(QString, line);
+    Rig rig;
+    const auto restarter = std::make_shared<CountingRestarter>();
+    if (!bundle.isEmpty())
+        restarter->bundle = bundle;
+    if (!daemon.isEmpty())
+        restarter->daemon = daemon;
+    rig.model.setSupervisor(restarter);
+    QCOMPARE(rig.model.enrollCommand(QStringLiteral(R"(/home/$me/"q"/brixd)")), line);
 }
 
 QTEST_GUILESS_MAIN(StatusModelTest)

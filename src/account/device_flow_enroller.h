@@ -1,6 +1,7 @@
 #pragma once
 
 #include "account/enroll_records.h"
+#include "account/enroller.h"
 #include "account/token_store.h"
 #include "platform/clock.h"
 #include "platform/environment.h"
@@ -18,7 +19,7 @@ namespace quonbrix {
 // in the token store and writes ~/.quon-brix/enrollment.json last (0600 in a 0700 folder), the
 // file the daemon reads at start. Runs on the GUI thread without blocking it; waits between
 // polls go through `wait`, so tests need not sleep.
-class DeviceFlowEnroller : public QObject {
+class DeviceFlowEnroller : public Enroller {
     Q_OBJECT
 
 public:
@@ -39,8 +40,8 @@ public:
     // Starts a sign-in, cancelling one that runs. Exactly one of `onDone` and `onError` is
     // called at the end, after `onPrompt` once the code is known; a cancelled run calls nothing.
     void run(std::function<void(const EnrollPrompt &)> onPrompt, std::function<void()> onDone,
-             std::function<void(const QString &message)> onError);
-    void cancel();
+             std::function<void(const QString &message)> onError) override;
+    void cancel() override;
     bool isRunning() const;
 
     // The account API: QUON_ACCOUNT_API_BASE when it starts with "http" (one trailing "/"

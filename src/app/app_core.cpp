@@ -1,5 +1,8 @@
 #include "app/app_core.h"
 
+#include "account/sign_in_process.h"
+
+#include <QCoreApplication>
 #include <QUuid>
 
 namespace quonbrix {
@@ -18,6 +21,10 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
     , m_model(new StatusModel(m_client, m_env, intervals, this)) {
     m_model->setAttentionSources(m_attention.idle.get(), m_attention.foreground,
                                  &SystemClock::instance(), m_attention.why);
+    // The device flow runs in `quonbrix signin --events`, so the tray never loads TLS.
+    m_model->setEnrollerFactory([](QObject *parent) {
+        return new SignInProcess(QCoreApplication::applicationFilePath(), parent);
+    });
     // Both warning rules run at the end of every pass, goal first, with the status just read.
     connect(m_model, &StatusModel::passFinished, this,
             [this](const std::optional<DaemonStatus> &status) {
@@ -67,6 +74,11 @@ void AppCore::setNotifier(DesktopNotifier *notifier, const Clock *clock) {
 
 void AppCore::popoverShown() {
     m_model->setSupervisor(m_supervisor);
+}
+
+void AppCore::signInFinishedElsewhere() {
+    popoverShown();
+    m_model->refresh();
 }
 
 } // namespace quonbrix

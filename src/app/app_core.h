@@ -39,6 +39,10 @@ public:
 
     // The popover has been shown: from now on the model may restart the daemon itself.
     void popoverShown();
+    // A sign-in finished elsewhere (`quonbrix signin` in a terminal): the model takes the
+    // supervisor as if the popover had been shown, so its enrollment-file rule restarts the
+    // daemon, and reads the status now.
+    void signInFinishedElsewhere();
 
     // Where goal and limit warnings go; without one they are worked out and dropped. Set
     // before launch(); `clock` dates the relative reset times.

@@ -5,6 +5,7 @@
 
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <algorithm>
 
 Q_LOGGING_CATEGORY(lcStatus, "quonbrix.status")
@@ -21,6 +22,14 @@ StatusModel::StatusModel(MeterClient *client, Environment env, Intervals interva
     connect(&m_timer, &QTimer::timeout, this, &StatusModel::load);
     m_heartbeatTimer.setInterval(m_intervals.heartbeat);
     connect(&m_heartbeatTimer, &QTimer::timeout, this, &StatusModel::sendAttentionHeartbeat);
+    m_enrollPollTimer.setInterval(m_intervals.enrollPoll);
+    connect(&m_enrollPollTimer, &QTimer::timeout, this, [this] {
+        ++m_enrollPollTicks;
+        load();
+        // About 46 seconds; after that the ordinary refresh carries on alone.
+        if (m_enrollPollTicks >= 31)
+            m_enrollPollTimer.stop();
+    });
 }
 
 void StatusModel::start() {
@@ -229,7 +238,7 @@ void StatusModel::openUrl(const QUrl &url) {
         return;
     m_openUrl(url, this, [](UrlOpenOutcome outcome) {
         if (outcome == UrlOpenOutcome::Refused || outcome == UrlOpenOutcome::RefusedLater)
-            qCWarning(lcStatus, "[QuonBrix] workspace: desktop refused browser URL");
+            qCWarning(lcStatus, "[QuonBrix] browser: desktop refused a web page URL");
     });
 }
 
@@ -281,6 +290,8 @@ void StatusModel::handleEnrollment() {
     if (m_status->enrolled) {
         // Sign-in completed: a later sign-in may restart the daemon again.
         m_autoRestartedForEnroll = false;
+        setEnrollProgress(std::nullopt);
+        m_enrollPollTimer.stop();
         return;
     }
     if (m_autoRestartedForEnroll)
@@ -294,6 +305,129 @@ void StatusModel::handleEnrollment() {
         qCInfo(lcStatus, "[QuonBrix] status: enrollment file found, restarting brixd");
         supervisor->restart();
     }
+}
+
+} // namespace quonbrix
+
+namespace quonbrix {
+
+namespace {
+
+const QString supervisorUnavailable = QStringLiteral("internal: supervisor unavailable");
+
+// "…" with what a POSIX shell would expand inside double quotes escaped.
+QString doubleQuoted(const QString &text) {
+    QString out = QStringLiteral("\"");
+    for (const QChar c : text) {
+        if (c == u'"' || c == u'\\' || c == u'$' || c == u'`')
+            out += u'\\';
+        out += c;
+    }
+    return out + u'"';
+}
+
+} // namespace
+
+void StatusModel::setEnrollProgress(std::optional<EnrollProgress> progress) {
+    if (progress == m_enrollProgress)
+        return;
+    m_enrollProgress = std::move(progress);
+    Q_EMIT enrollProgressChanged();
+}
+
+void StatusModel::startEnroll() {
+    if (m_supervisor.expired() || !m_makeEnroller) {
+        setEnrollProgress(
+            EnrollProgress{QStringLiteral("error"), std::nullopt, supervisorUnavailable, false});
+        return;
+    }
+    if (!m_enroller)
+        m_enroller = m_makeEnroller(this);
+    setEnrollProgress(EnrollProgress{QStringLiteral("pending"), std::nullopt, std::nullopt, false});
+    const QPointer<StatusModel> self(this);
+    m_enroller->run(
+        [self](const EnrollPrompt &prompt) {
+            if (!self)
+                return;
+            self->setEnrollProgress(
+                EnrollProgress{QStringLiteral("pending"), prompt, std::nullopt, false});
+            self->openPromptPage(prompt);
+        },
+        [self] {
+            if (!self)
+                return;
+            self->setEnrollProgress(
+                EnrollProgress{QStringLiteral("done"), std::nullopt, std::nullopt, true});
+            // The daemon reads the new credentials only at start.
+            self->m_autoRestartedForEnroll = true;
+            if (const auto supervisor = self->m_supervisor.lock())
+                supervisor->restart();
+            self->pollAfterEnroll();
+        },
+        [self](const QString &message) {
+            if (self)
+                self->setEnrollProgress(
+                    EnrollProgress{QStringLiteral("error"), std::nullopt, message, false});
+        });
+}
+
+void StatusModel::openPromptPage(const EnrollPrompt &prompt) {
+    const QUrl url(prompt.verificationUriComplete.value_or(prompt.verificationUri),
+                   QUrl::StrictMode);
+    if (url.isValid() && !url.isRelative())
+        openUrl(url);
+}
+
+void StatusModel::openApprovalPage() {
+    if (m_enrollProgress && m_enrollProgress->prompt)
+        openPromptPage(*m_enrollProgress->prompt);
+}
+
+void StatusModel::pollAfterEnroll() {
+    m_enrollPollTimer.stop();
+    m_enrollPollTicks = 0;
+    m_enrollPollTimer.start();
+}
+
+void StatusModel::unenroll() {
+    m_client->clearEnrollment(this, [this](bool answered) {
+        if (!answered) {
+            m_signOutMessage = QStringLiteral("Sign-out failed — is the daemon running?");
+            Q_EMIT signOutMessageChanged();
+            return;
+        }
+        if (!m_signOutMessage.isNull()) {
+            m_signOutMessage = QString();
+            Q_EMIT signOutMessageChanged();
+        }
+        // What was shown described the signed-in daemon; the next read tells the truth.
+        if (m_status) {
+            m_status.reset();
+            Q_EMIT statusChanged();
+        }
+        setEnrollProgress(std::nullopt);
+        load();
+    });
+}
+
+QString StatusModel::enrollCommand(const QString &installedDaemon) const {
+    const auto supervisor = m_supervisor.lock();
+    const std::optional<QString> bundle = supervisor ? supervisor->trustStorePath() : std::nullopt;
+    const QString daemon =
+        supervisor ? supervisor->daemonPath().value_or(installedDaemon) : installedDaemon;
+    QString line;
+    if (bundle)
+        line = QStringLiteral("SSL_CERT_FILE=") + doubleQuoted(*bundle) + u' ';
+    return line + doubleQuoted(daemon) + QStringLiteral(" enroll");
+}
+
+bool StatusModel::isTLSInterceptError(const std::optional<QString> &message) {
+    if (!message)
+        return false;
+    const QString lower = message->toLower();
+    return lower.contains(QLatin1String("self signed")) ||
+           lower.contains(QLatin1String("self-signed")) ||
+           lower.contains(QLatin1String("certificate"));
 }
 
 } // namespace quonbrix

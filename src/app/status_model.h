@@ -1,5 +1,6 @@
 #pragma once
 
+#include "account/enroller.h"
 #include "daemon_link/meter_client.h"
 #include "daemon_link/records.h"
 #include "features/work_timers.h"
@@ -37,6 +38,8 @@ public:
     struct Intervals {
         std::chrono::milliseconds refresh{5'000};
         std::chrono::milliseconds heartbeat{15'000};
+        // After a sign-in: how often the daemon is read until it reports the sign-in.
+        std::chrono::milliseconds enrollPoll{1'500};
     };
 
     StatusModel(MeterClient *client, Environment env, Intervals intervals,
@@ -95,8 +98,33 @@ public:
     using UrlOpenFunction = std::function<void(const QUrl &, QObject *context, UrlOpenDone)>;
     void setUrlOpener(UrlOpenFunction opener) { m_openUrl = std::move(opener); }
 
+    // Sign-in. The enroller is made when a sign-in first starts; without a factory or a
+    // supervisor a sign-in fails at once.
+    using EnrollerFactory = std::function<Enroller *(QObject *parent)>;
+    void setEnrollerFactory(EnrollerFactory factory) { m_makeEnroller = std::move(factory); }
+    const std::optional<EnrollProgress> &enrollProgress() const { return m_enrollProgress; }
+    // Starts a sign-in, cancelling one that runs. The approval page opens in the browser once
+    // the code is known; when it is done the daemon is restarted and watched until it reports
+    // the sign-in.
+    void startEnroll();
+    // Opens the running sign-in's approval page again.
+    void openApprovalPage();
+    // Asks the daemon to forget the sign-in, then reads it afresh. A daemon that does not
+    // answer leaves everything as it was and says so in signOutMessage().
+    void unenroll();
+    QString signOutMessage() const { return m_signOutMessage; }
+    bool isWatchingEnrollment() const { return m_enrollPollTimer.isActive(); }
+    // The line that signs in from a terminal with the daemon itself: its path double-quoted
+    // for a POSIX shell, " enroll", and an SSL_CERT_FILE assignment first when there is a CA
+    // bundle. `installedDaemon` stands in when no daemon was found.
+    QString enrollCommand(const QString &installedDaemon) const;
+    // Whether a sign-in failure looks like a TLS-inspecting network (a certificate problem).
+    static bool isTLSInterceptError(const std::optional<QString> &message);
+
 Q_SIGNALS:
     void statusChanged();
+    void enrollProgressChanged();
+    void signOutMessageChanged();
     void daemonHealthyChanged();
     void syncingChanged();
     void syncMessageChanged();
@@ -128,6 +156,9 @@ private:
     void load();
     void apply(Reply<DaemonStatus> reply);
     void handleEnrollment();
+    void setEnrollProgress(std::optional<EnrollProgress> progress);
+    void openPromptPage(const EnrollPrompt &prompt);
+    void pollAfterEnroll();
 
     MeterClient *m_client;
     Environment m_env;
@@ -153,6 +184,12 @@ private:
     std::vector<WorkTimerFeedback> m_feedback;
     UrlOpenFunction m_openUrl;
     bool m_autoRestartedForEnroll = false;
+    EnrollerFactory m_makeEnroller;
+    Enroller *m_enroller = nullptr;
+    std::optional<EnrollProgress> m_enrollProgress;
+    QTimer m_enrollPollTimer;
+    qint64 m_enrollPollTicks = 0;
+    QString m_signOutMessage;
     std::optional<ReplyFailure> m_lastLoggedFailure;
 };
 

@@ -1,5 +1,7 @@
 #include "cli/cli.h"
 
+#include "account/device_flow_enroller.h"
+#include "account/sign_in_process.h"
 #include "app/status_model.h"
 #include "app/web_links.h"
 #include "daemon_link/meter_client.h"
@@ -7,6 +9,7 @@
 #include "features/formatting.h"
 #include "features/provider_limits.h"
 #include "features/work_timers.h"
+#include "platform/single_instance.h"
 #include "platform/unix_signals.h"
 #include "platform/url_opener.h"
 #include "json/json_codec.h"
@@ -16,6 +19,7 @@
 #include <QDateTime>
 #include <QEventLoop>
 #include <QJsonDocument>
+#include <QProcess>
 #include <QTextStream>
 #include <QTimer>
 #include <algorithm>
@@ -42,6 +46,11 @@ Commands:
                     act on an open work timer
   sync              ask the daemon to collect and push usage now
   console           open this machine's private local console in the browser
+  signin            sign this computer in to quon: prints a code to approve in the browser
+  signin --no-browser
+                    the same without opening the browser
+  signout           sign this computer out of quon (asks first)
+  signout --yes     sign out without asking
 
 Options:
   -h, --help        show this help and exit
@@ -346,6 +355,105 @@ int consoleCommand(MeterClient &client, const Environment &env) {
     return 1;
 }
 
+// `signin --events` is how the tray app runs a sign-in: one JSON object a line on stdout (the
+// prompt, then done or the error) and nothing else; the tray opens the browser itself.
+void printEvent(const SignInProcess::Event &event) {
+    out() << json::encodeBytes(event) << Qt::endl;
+}
+
+int signinCommand(const QStringList &args, const Environment &env) {
+    const QString option = args.value(0);
+    if (args.size() > 1 || (args.size() == 1 && option != QLatin1String("--no-browser") &&
+                            option != QLatin1String("--events"))) {
+        err() << "quonbrix: usage: quonbrix signin [--no-browser]" << Qt::endl;
+        return 2;
+    }
+    const bool events = option == QLatin1String("--events");
+    const bool browser = args.isEmpty();
+    SecretServiceTokenStore tokens;
+    DeviceFlowEnroller::Options options;
+    options.env = env;
+    options.tokens = &tokens;
+    DeviceFlowEnroller enroller(options);
+    const UrlOpener opener(QDBusConnection::sessionBus(), [](const QUrl &url) {
+        return QProcess::startDetached(QStringLiteral("xdg-open"),
+                                       {url.toString(QUrl::FullyEncoded)});
+    });
+    QEventLoop loop;
+    int code = 1;
+    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, &loop, [&] {
+        enroller.cancel();
+        if (!events)
+            err() << "Sign-in cancelled" << Qt::endl;
+        code = 130;
+        loop.quit();
+    });
+    enroller.run(
+        [&](const EnrollPrompt &prompt) {
+            if (events)
+                return printEvent({prompt, std::nullopt, std::nullopt});
+            const QString page = prompt.verificationUriComplete.value_or(prompt.verificationUri);
+            out() << "Enter this code on the quon approval page: " << prompt.userCode << '\n'
+                  << page << Qt::endl;
+            const QUrl url(page, QUrl::StrictMode);
+            if (browser && url.isValid() && !url.isRelative())
+                opener.open(url, &loop, [](UrlOpenOutcome) {});
+        },
+        [&] {
+            code = 0;
+            loop.quit();
+            if (events)
+                return printEvent({std::nullopt, true, std::nullopt});
+            out() << "Signed in" << Qt::endl;
+            // A running tray app restarts its daemon so that it picks the sign-in up.
+            SingleInstance::reportSignIn(QDBusConnection::sessionBus());
+        },
+        [&](const QString &message) {
+            code = 1;
+            loop.quit();
+            if (events)
+                return printEvent({std::nullopt, std::nullopt, message});
+            err() << "Sign-in failed: " << message << Qt::endl;
+        });
+    loop.exec();
+    return code;
+}
+
+int signoutCommand(const QStringList &args, MeterClient &client) {
+    if (args.size() > 1 || (args.size() == 1 && args.at(0) != QLatin1String("--yes"))) {
+        err() << "quonbrix: usage: quonbrix signout [--yes]" << Qt::endl;
+        return 2;
+    }
+    if (args.isEmpty()) {
+        out() << "サインアウトしますか？" << '\n'
+              << "このコンピューターの quon "
+                 "連携を解除します。ローカル計測は続きますが、クラウド同期・"
+                 "チーム共有は止まります。再開するにはもう一度サインインしてください。"
+              << '\n'
+              << "[y/N] " << Qt::flush;
+        QTextStream in(stdin);
+        const QString answer = in.readLine().trimmed().toLower();
+        if (answer != QLatin1String("y") && answer != QLatin1String("yes")) {
+            out() << "Not signed out" << Qt::endl;
+            return 1;
+        }
+    }
+    QEventLoop loop;
+    bool answered = false;
+    client.clearEnrollment(&loop, [&](bool ok) {
+        answered = ok;
+        loop.quit();
+    });
+    loop.exec();
+    if (!answered) {
+        err() << "Sign-out failed — is the daemon running?" << Qt::endl;
+        return 1;
+    }
+    out() << "Signed out" << Qt::endl;
+    return 0;
+}
+
 int run(const QStringList &args, const Environment &env) {
     const QString command = args.value(0);
     if (command == QLatin1String("-h") || command == QLatin1String("--help") ||
@@ -358,8 +466,11 @@ int run(const QStringList &args, const Environment &env) {
         out() << "quonbrix " << QUONBRIX_VERSION << Qt::endl;
         return 0;
     }
+    if (command == QLatin1String("signin"))
+        return signinCommand(args.mid(1), env);
     static const QStringList daemonCommands{QStringLiteral("status"), QStringLiteral("timer"),
-                                            QStringLiteral("sync"), QStringLiteral("console")};
+                                            QStringLiteral("sync"), QStringLiteral("console"),
+                                            QStringLiteral("signout")};
     if (daemonCommands.contains(command)) {
         const QString base = MeterClient::baseFromEnvironment(env);
         if (!MeterClient::isUsableBase(base)) {
@@ -372,6 +483,8 @@ int run(const QStringList &args, const Environment &env) {
         MeterClient client(base);
         if (command == QLatin1String("timer"))
             return timerCommand(args.mid(1), client, env);
+        if (command == QLatin1String("signout"))
+            return signoutCommand(args.mid(1), client);
         if (args.size() != 1) {
             err() << "quonbrix: " << command << " takes no arguments" << Qt::endl;
             return 2;

@@ -49,4 +49,17 @@ void SingleInstance::Activate() {
     Q_EMIT activationRequested();
 }
 
+void SingleInstance::SignedIn() {
+    Q_EMIT signedInElsewhere();
+}
+
+bool SingleInstance::reportSignIn(QDBusConnection bus) {
+    if (!bus.isConnected())
+        return false;
+    const QDBusMessage call = QDBusMessage::createMethodCall(
+        serviceName, objectPath, QStringLiteral("app.quonbrix.QuonBrix"),
+        QStringLiteral("SignedIn"));
+    return bus.call(call, QDBus::Block, 2000).type() == QDBusMessage::ReplyMessage;
+}
+
 } // namespace quonbrix

@@ -25,13 +25,18 @@ public:
     ~SingleInstance() override;
 
     Claim claim();
+    // Tells the running instance, if any, that a sign-in finished; false when none answered.
+    static bool reportSignIn(QDBusConnection bus);
 
 public Q_SLOTS:
     // Called over D-Bus by a second instance.
     Q_SCRIPTABLE void Activate();
+    // Called over D-Bus by `quonbrix signin` once a sign-in from a terminal has finished.
+    Q_SCRIPTABLE void SignedIn();
 
 Q_SIGNALS:
     void activationRequested();
+    void signedInElsewhere();
 
 private:
     QDBusConnection m_bus;

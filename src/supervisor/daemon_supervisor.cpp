@@ -113,6 +113,10 @@ std::optional<QString> DaemonSupervisor::trustStorePath() {
     return *m_trustStore;
 }
 
+std::optional<QString> DaemonSupervisor::daemonPath() const {
+    return locateDaemon(m_env, m_options.applicationDir, m_options.workingDir);
+}
+
 std::optional<QString> DaemonSupervisor::locateDaemon(const Environment &env,
                                                       const QString &applicationDir,
                                                       const QString &workingDir) {

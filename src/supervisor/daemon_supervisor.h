@@ -63,7 +63,9 @@ public:
     // The CA bundle handed to brixd, built on first use and kept for the rest of the run (a
     // failed build included). Safe from any thread, but the first call blocks while the helper
     // builds it (up to trustStoreTimeout), so the worker thread is where it is called.
-    std::optional<QString> trustStorePath();
+    std::optional<QString> trustStorePath() override;
+    // Where brixd is for this process's environment (locateDaemon), looked up now.
+    std::optional<QString> daemonPath() const override;
 
     // Where brixd is: $QUON_BRIX_DAEMON if set, else the installed copy beside the executable,
     // else an executable development build under the working directory, else nothing.
