@@ -7,6 +7,7 @@
 #include "popover/popover_placement.h"
 #include "support/fake_daemon.h"
 #include "support/quick_items.h"
+#include "ui/account_panels.h"
 #include "ui/popover_presenter.h"
 
 #include <QProcess>
@@ -152,6 +153,7 @@ private Q_SLOTS:
     void endsWhenTheTrayGoesOrAfterLingering();
     void placement_data();
     void placement();
+    void signOutAsksFirst();
     void nearLimitsDayRenders();
 };
 
@@ -254,11 +256,11 @@ void PopoverTest::endsWhenTheTrayGoesOrAfterLingering() {
         QSignalSpy finished(&rig.app, &PopoverApp::finished);
         rig.send({std::nullopt, view::ShowRequest{QStringLiteral("window"), false, std::nullopt},
                   std::nullopt});
-        QVERIFY(rig.next() == (view::FromPopover{true, std::nullopt}));
+        QVERIFY(rig.next() == (view::FromPopover{true, std::nullopt, std::nullopt}));
         QTest::qWait(500);
         QCOMPARE(finished.count(), 0); // shown: it stays however long
         rig.send({std::nullopt, std::nullopt, true});
-        QVERIFY(rig.next() == (view::FromPopover{false, std::nullopt}));
+        QVERIFY(rig.next() == (view::FromPopover{false, std::nullopt, std::nullopt}));
         QVERIFY(finished.wait(2000));
     }
     PopoverRig rig;
@@ -295,6 +297,48 @@ void PopoverTest::placement() {
                         cursor.x() < 0 ? std::nullopt : std::optional<QPoint>(cursor), available);
     QCOMPARE(at, expected);
     QVERIFY(available.contains(QRect(at, QSize(360, 400))));
+}
+
+void PopoverTest::signOutAsksFirst() {
+    view::PopoverState state;
+    state.header = view::Header{};
+    state.header->loading = false;
+    state.sharing = view::Sharing{};
+    state.sharing->shown = true;
+    state.sharing->signedIn = true;
+    state.sharing->signOut = {QStringLiteral("Sign out"), {}, {}, true};
+    state.signOut = signOutConfirmation();
+    PopoverView view;
+    view.apply(state);
+    QList<view::UserCommand> commands;
+    connect(&view, &PopoverView::commandRequested, this,
+            [&commands](const view::UserCommand &c) { commands << c; });
+    PopoverWindow popover(&view);
+    popover.open();
+    QVERIFY(QTest::qWaitForWindowExposed(popover.window()));
+    const auto click = [&popover](const QString &text) {
+        for (QQuickItem *item : visualItems(popover.window()->contentItem()))
+            if (item->isVisible() && item->property("text").toString() == text &&
+                item->metaObject()->indexOfSignal("clicked()") >= 0)
+                return QMetaObject::invokeMethod(item, "clicked");
+        return false;
+    };
+    const auto asked = [&popover] {
+        return visibleTexts(popover.window()).contains(QStringLiteral("サインアウトしますか？"));
+    };
+
+    // Asked first; "no" changes nothing; "yes" is the only way to the command.
+    QVERIFY(!asked());
+    QVERIFY(click(QStringLiteral("Sign out")));
+    QVERIFY(asked());
+    QVERIFY(click(QStringLiteral("キャンセル")));
+    QVERIFY(!asked());
+    QVERIFY(commands.isEmpty());
+    QVERIFY(click(QStringLiteral("Sign out")));
+    QVERIFY(click(QStringLiteral("サインアウト")));
+    QVERIFY(!asked());
+    QCOMPARE(commands.size(), 1);
+    QCOMPARE(commands[0].name, QStringLiteral("signOut"));
 }
 
 void PopoverTest::nearLimitsDayRenders() {

@@ -1,7 +1,8 @@
-// What the popover's limits and "Today" panels say for the statuses a user runs into.
+// What the popover's limits, "Today" and sign-in panels say for the states a user runs into.
 
 #include "daemon_link/records.h"
 #include "support/fixtures.h"
+#include "ui/account_panels.h"
 #include "ui/popover_panels.h"
 #include "json/json_codec.h"
 
@@ -49,6 +50,8 @@ private Q_SLOTS:
     void rows();
     void todayColumns_data();
     void todayColumns();
+    void signInPanel_data();
+    void signInPanel();
 };
 
 void PopoverPanelsTest::headline_data() {
@@ -167,6 +170,70 @@ void PopoverPanelsTest::todayColumns() {
     for (const view::TodayColumn &c : quonbrix::todayColumns(s))
         shown << c.value + u' ' + c.caption;
     QCOMPARE(shown, columns);
+}
+
+void PopoverPanelsTest::signInPanel_data() {
+    // The progress as "state|user code|error" ("" for none); what the panel then says, its
+    // texts joined by "|", and the header's sign-in button.
+    QTest::addColumn<QString>("progress");
+    QTest::addColumn<QString>("says");
+    QTest::addColumn<QString>("headerButton");
+    QTest::newRow("no sign-in: no panel") << ""
+                                          << ""
+                                          << "Sign in";
+    QTest::newRow("waiting for the code") << "pending||"
+                                          << "waiting"
+                                          << "Signing in (disabled)";
+    QTest::newRow("the code to confirm")
+        << "pending|WDJB-MJHT|"
+        << "Enter this code on the quon approval page:|WDJB-MJHT|Open approval page|Sign in again"
+        << "Signing in (disabled)";
+    QTest::newRow("denied") << "error||Sign-in was denied."
+                            << "Sign-in failed|Sign-in was denied.|Try again"
+                            << "Sign in";
+    QTest::newRow("a certificate in the message: the terminal way round")
+        << "error||Sign-in error: Self-Signed Certificate in chain"
+        << "Sign-in failed|Sign-in error: Self-Signed Certificate in chain|Try again|Your network "
+           "inspects secure traffic. Finish sign-in from a terminal:|Copy terminal sign-in "
+           "command|Paste it in a terminal; this app finishes sign-in after approval."
+        << "Sign in";
+    QTest::newRow("an error without a message") << "error||"
+                                                << "Sign-in failed|Unknown error|Try again"
+                                                << "Sign in";
+    QTest::newRow("done, the daemon not yet signed in") << "done||"
+                                                        << ""
+                                                        << "Signing in (disabled)";
+}
+
+void PopoverPanelsTest::signInPanel() {
+    QFETCH(QString, progress);
+    QFETCH(QString, says);
+    QFETCH(QString, headerButton);
+    std::optional<EnrollProgress> p;
+    if (!progress.isEmpty()) {
+        const QStringList f = progress.split(u'|');
+        p = EnrollProgress{f[0], std::nullopt, std::nullopt, f[0] == QLatin1String("done")};
+        if (!f[1].isEmpty())
+            p->prompt =
+                EnrollPrompt{f[1], QStringLiteral("https://quon.test/a"), std::nullopt, 900};
+        if (!f[2].isEmpty())
+            p->error = f[2];
+    }
+    const view::SignIn panel = quonbrix::signInPanel(p);
+    QStringList shown;
+    if (panel.waiting)
+        shown << QStringLiteral("waiting");
+    for (const QString &text :
+         {panel.promptText, panel.userCode, panel.openPage.label, panel.again.label,
+          panel.errorTitle, panel.errorText, panel.retry.label, panel.terminalText,
+          panel.copyCommand.label, panel.terminalNote})
+        if (!text.isEmpty())
+            shown << text;
+    QCOMPARE(shown.join(u'|'), says);
+    QCOMPARE(panel.shown, !says.isEmpty());
+    const view::Button button = headerSignInButton(p);
+    QCOMPARE(button.label + (button.enabled ? QString() : QStringLiteral(" (disabled)")),
+             headerButton);
 }
 
 QTEST_MAIN(PopoverPanelsTest)

@@ -1,5 +1,7 @@
 #include "popover/popover_app.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QLoggingCategory>
 #include <cerrno>
 #include <fcntl.h>
@@ -18,17 +20,25 @@ PopoverApp::PopoverApp(Options options, QObject *parent)
     connect(&m_input, &QSocketNotifier::activated, this, &PopoverApp::readInput);
     m_linger.setSingleShot(true);
     m_linger.setInterval(m_options.linger);
-    connect(&m_linger, &QTimer::timeout, this, &PopoverApp::finished);
+    connect(&m_linger, &QTimer::timeout, this, [this] {
+        // The tray keeps offering what was copied here (a sign-in code) once we are gone.
+        const QClipboard *clipboard = QGuiApplication::clipboard();
+        if (clipboard->ownsClipboard() && !clipboard->text().isEmpty())
+            send({std::nullopt, std::nullopt, clipboard->text()});
+        Q_EMIT finished();
+    });
     connect(&m_view, &PopoverView::commandRequested, this,
             [this](const view::UserCommand &command) {
-                send({std::nullopt, command});
+                send({std::nullopt, command, std::nullopt});
             });
     connect(&m_window, &PopoverWindow::visibilityReported, this, [this](bool visible) {
-        if (visible)
+        if (visible) {
             m_linger.stop();
-        else
+        } else {
+            m_view.cancelSignOut(); // a confirmation does not outlive the popover it was in
             m_linger.start();
-        send({visible, std::nullopt});
+        }
+        send({visible, std::nullopt, std::nullopt});
     });
     // The scene is made before the first request is read: the tray sends its state and the
     // request at once, and both are waiting by the time the QML is ready.

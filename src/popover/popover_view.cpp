@@ -19,13 +19,26 @@ void take(PopoverView *view, QVariantMap &map, const T &record, Signal changed) 
 PopoverView::PopoverView(QObject *parent)
     : QObject(parent) {
     // Until the tray's first state arrives the window shows its loading form.
-    apply({view::Header{}, view::Limits{}, view::Today{}, view::Work{}, view::Projects{},
-           view::Sharing{}, view::Footer{}});
+    view::PopoverState blank;
+    blank.header.emplace();
+    blank.signIn.emplace();
+    blank.limits.emplace();
+    blank.today.emplace();
+    blank.work.emplace();
+    blank.projects.emplace();
+    blank.sharing.emplace();
+    blank.footer.emplace();
+    blank.signOut.emplace();
+    apply(blank);
 }
 
 void PopoverView::apply(const view::PopoverState &state) {
     if (state.header)
         take(this, m_header, *state.header, &PopoverView::headerChanged);
+    if (state.signIn)
+        take(this, m_signIn, *state.signIn, &PopoverView::signInChanged);
+    if (state.signOut)
+        take(this, m_signOut, *state.signOut, &PopoverView::signOutChanged);
     if (state.limits) {
         m_limitGroups.update(state.limits->groups);
         take(this, m_limits, *state.limits, &PopoverView::limitsChanged);
@@ -77,6 +90,38 @@ void PopoverView::openMeter() {
 
 void PopoverView::quit() {
     request(view::Command::Quit);
+}
+
+void PopoverView::startSignIn() {
+    request(view::Command::SignIn);
+}
+
+void PopoverView::openApprovalPage() {
+    request(view::Command::OpenApprovalPage);
+}
+
+void PopoverView::copySignInCommand() {
+    request(view::Command::CopySignInCommand);
+}
+
+void PopoverView::setConfirmingSignOut(bool confirming) {
+    if (confirming == m_confirmingSignOut)
+        return;
+    m_confirmingSignOut = confirming;
+    Q_EMIT confirmingSignOutChanged();
+}
+
+void PopoverView::askSignOut() {
+    setConfirmingSignOut(true);
+}
+
+void PopoverView::cancelSignOut() {
+    setConfirmingSignOut(false);
+}
+
+void PopoverView::confirmSignOut() {
+    setConfirmingSignOut(false);
+    request(view::Command::SignOut);
 }
 
 } // namespace quonbrix

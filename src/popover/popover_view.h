@@ -17,6 +17,10 @@ class PopoverView : public QObject {
     QML_UNCREATABLE("made by the popover process")
 
     Q_PROPERTY(QVariantMap header READ header NOTIFY headerChanged)
+    Q_PROPERTY(QVariantMap signIn READ signIn NOTIFY signInChanged)
+    Q_PROPERTY(QVariantMap signOut READ signOut NOTIFY signOutChanged)
+    // The sign-out confirmation is on screen (view state: it starts closed in every popover).
+    Q_PROPERTY(bool confirmingSignOut READ confirmingSignOut NOTIFY confirmingSignOutChanged)
     Q_PROPERTY(QVariantMap limits READ limits NOTIFY limitsChanged)
     Q_PROPERTY(quonbrix::RecordListBase *limitGroups READ limitGroups CONSTANT)
     Q_PROPERTY(QVariantMap today READ today NOTIFY todayChanged)
@@ -36,6 +40,9 @@ public:
     void apply(const view::PopoverState &state);
 
     QVariantMap header() const { return m_header; }
+    QVariantMap signIn() const { return m_signIn; }
+    QVariantMap signOut() const { return m_signOut; }
+    bool confirmingSignOut() const { return m_confirmingSignOut; }
     QVariantMap limits() const { return m_limits; }
     RecordListBase *limitGroups() { return &m_limitGroups; }
     QVariantMap today() const { return m_today; }
@@ -54,10 +61,19 @@ public:
     Q_INVOKABLE void openWorkspace();
     Q_INVOKABLE void openMeter();
     Q_INVOKABLE void quit();
+    Q_INVOKABLE void startSignIn();
+    Q_INVOKABLE void openApprovalPage();
+    Q_INVOKABLE void copySignInCommand();
+    Q_INVOKABLE void askSignOut();
+    Q_INVOKABLE void cancelSignOut();
+    Q_INVOKABLE void confirmSignOut();
 
 Q_SIGNALS:
     void commandRequested(const quonbrix::view::UserCommand &command);
     void headerChanged();
+    void signInChanged();
+    void signOutChanged();
+    void confirmingSignOutChanged();
     void limitsChanged();
     void todayChanged();
     void workChanged();
@@ -70,7 +86,12 @@ private:
                  std::optional<QString> action = std::nullopt,
                  std::optional<QString> id = std::nullopt);
 
+    void setConfirmingSignOut(bool confirming);
+
     QVariantMap m_header;
+    QVariantMap m_signIn;
+    QVariantMap m_signOut;
+    bool m_confirmingSignOut = false;
     QVariantMap m_limits;
     RecordListModel<view::LimitGroup> m_limitGroups;
     QVariantMap m_today;

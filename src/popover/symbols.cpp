@@ -41,6 +41,8 @@ const QHash<QString, SymbolIcon> &table() {
         add("rectangle.3.group", "view-grid-symbolic", true);
         add("gauge.with.dots.needle.50percent", "utilities-system-monitor-symbolic", true);
         add("list.bullet.rectangle", "view-list-symbolic", true);
+        add("terminal", "utilities-terminal-symbolic", true);
+        add("arrow.up.right.square", "", true);
         return m;
     }();
     return t;

@@ -29,13 +29,17 @@ constexpr std::array<std::pair<WindowMode, const char *>, 2> windowModes{{
     {WindowMode::Window, "window"},
 }};
 
-constexpr std::array<std::pair<Command, const char *>, 6> commands{{
+constexpr std::array<std::pair<Command, const char *>, 10> commands{{
     {Command::Sync, "sync"},
     {Command::StartTimer, "startTimer"},
     {Command::TimerAction, "timerAction"},
     {Command::OpenWorkspace, "openWorkspace"},
     {Command::OpenMeter, "openMeter"},
     {Command::Quit, "quit"},
+    {Command::SignIn, "signIn"},
+    {Command::OpenApprovalPage, "openApprovalPage"},
+    {Command::CopySignInCommand, "copySignInCommand"},
+    {Command::SignOut, "signOut"},
 }};
 
 } // namespace

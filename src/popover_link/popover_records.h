@@ -45,6 +45,8 @@ struct Header {
     QString loadingText;
     QString trayHint;
     Button update;
+    bool showSignIn = false; // signed out, with a daemon to sign in through
+    Button signIn;
 
     bool operator==(const Header &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
@@ -55,6 +57,58 @@ struct Header {
         v("loadingText", s.loadingText);
         v("trayHint", s.trayHint);
         v("update", s.update);
+        v("showSignIn", s.showSignIn);
+        v("signIn", s.signIn);
+    }
+};
+
+// A sign-in that runs or failed, shown under the header; hidden otherwise.
+struct SignIn {
+    bool shown = false;
+    bool waiting = false; // no code yet
+    QString promptText;
+    QString userCode; // empty until the code is known
+    Button openPage;
+    Button again;
+    QString errorTitle; // empty unless the sign-in failed
+    QString errorText;
+    QString errorSymbol;
+    Button retry;
+    QString terminalText; // empty unless a terminal sign-in may get through
+    Button copyCommand;
+    QString terminalNote;
+
+    bool operator==(const SignIn &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("shown", s.shown);
+        v("waiting", s.waiting);
+        v("promptText", s.promptText);
+        v("userCode", s.userCode);
+        v("openPage", s.openPage);
+        v("again", s.again);
+        v("errorTitle", s.errorTitle);
+        v("errorText", s.errorText);
+        v("errorSymbol", s.errorSymbol);
+        v("retry", s.retry);
+        v("terminalText", s.terminalText);
+        v("copyCommand", s.copyCommand);
+        v("terminalNote", s.terminalNote);
+    }
+};
+
+// The confirmation before signing out, drawn over the popover when asked for.
+struct SignOut {
+    QString title;
+    QString text;
+    QString cancel;
+    QString confirm;
+
+    bool operator==(const SignOut &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("title", s.title);
+        v("text", s.text);
+        v("cancel", s.cancel);
+        v("confirm", s.confirm);
     }
 };
 
@@ -302,6 +356,11 @@ struct Sharing {
     QString disclosure;
     QString summary;
     Button manage;
+    // The account: an invitation and "Sign in to quon" while signed out, "Sign out" while in.
+    bool signedIn = false;
+    QString accountText;
+    Button signIn;
+    Button signOut;
 
     bool operator==(const Sharing &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
@@ -313,6 +372,10 @@ struct Sharing {
         v("disclosure", s.disclosure);
         v("summary", s.summary);
         v("manage", s.manage);
+        v("signedIn", s.signedIn);
+        v("accountText", s.accountText);
+        v("signIn", s.signIn);
+        v("signOut", s.signOut);
     }
 };
 
@@ -336,22 +399,26 @@ struct Footer {
 // The whole popover, or (in an update) only the sections that changed.
 struct PopoverState {
     std::optional<Header> header;
+    std::optional<SignIn> signIn;
     std::optional<Limits> limits;
     std::optional<Today> today;
     std::optional<Work> work;
     std::optional<Projects> projects;
     std::optional<Sharing> sharing;
     std::optional<Footer> footer;
+    std::optional<SignOut> signOut;
 
     bool operator==(const PopoverState &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
         v("header", s.header);
+        v("signIn", s.signIn);
         v("limits", s.limits);
         v("today", s.today);
         v("work", s.work);
         v("projects", s.projects);
         v("sharing", s.sharing);
         v("footer", s.footer);
+        v("signOut", s.signOut);
     }
 };
 
@@ -409,7 +476,18 @@ struct ToPopover {
 };
 
 // What the user asked for in the popover.
-enum class Command { Sync, StartTimer, TimerAction, OpenWorkspace, OpenMeter, Quit };
+enum class Command {
+    Sync,
+    StartTimer,
+    TimerAction,
+    OpenWorkspace,
+    OpenMeter,
+    Quit,
+    SignIn,
+    OpenApprovalPage,
+    CopySignInCommand,
+    SignOut, // after the user confirmed it
+};
 QString toWire(Command command);
 std::optional<Command> commandFromWire(const QString &wire);
 
@@ -433,11 +511,14 @@ struct FromPopover {
     // The window was shown (sent once its first frame is on screen) or hidden.
     std::optional<bool> visible;
     std::optional<UserCommand> command;
+    // What the popover held on the clipboard as it exits, for the tray to keep offering.
+    std::optional<QString> clipboard;
 
     bool operator==(const FromPopover &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
         v("visible", s.visible);
         v("command", s.command);
+        v("clipboard", s.clipboard);
     }
 };
 

@@ -132,6 +132,8 @@ void PopoverHost::handle(const view::FromPopover &message) {
     }
     if (message.command)
         Q_EMIT commandReceived(*message.command);
+    if (message.clipboard)
+        Q_EMIT clipboardHandedOver(*message.clipboard);
 }
 
 } // namespace quonbrix

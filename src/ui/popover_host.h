@@ -42,6 +42,8 @@ Q_SIGNALS:
     // process ends): whether the popover is on screen now.
     void visibilityReported(bool visible);
     void commandReceived(const quonbrix::view::UserCommand &command);
+    // The popover is exiting with this text on the clipboard.
+    void clipboardHandedOver(const QString &text);
 
 private:
     void ensureRunning();

@@ -1,5 +1,6 @@
 #include "ui/popover_presenter.h"
 
+#include "ui/account_panels.h"
 #include "ui/popover_panels.h"
 #include "ui/work_panels.h"
 
@@ -9,14 +10,28 @@ namespace {
 
 view::Header header(const StatusModel &model, const QString &trayHint) {
     const bool loading = !model.hasStatus();
-    return {QStringLiteral("quon-brix"),
-            loading ? QStringLiteral("Starting") : QStringLiteral("Local meter"),
-            loading ? QStringLiteral("Local meter daemon")
-                    : QStringLiteral("Local only · no account needed"),
-            loading,
-            QStringLiteral("Starting meter…"),
-            trayHint,
-            updateButton(model)};
+    const bool signedIn = isSignedIn(model.status());
+    view::Header h;
+    h.title = QStringLiteral("quon-brix");
+    h.statusPill = loading    ? QStringLiteral("Starting")
+                   : signedIn ? QStringLiteral("Signed in")
+                              : QStringLiteral("Local meter");
+    h.subtitle = loading    ? QStringLiteral("Local meter daemon")
+                 : signedIn ? QStringLiteral("Cloud sync on · usage figures only")
+                            : QStringLiteral("Local only · no account needed");
+    h.loading = loading;
+    h.loadingText = QStringLiteral("Starting meter…");
+    h.trayHint = trayHint;
+    h.update = updateButton(model);
+    h.showSignIn = !loading && !signedIn;
+    h.signIn = headerSignInButton(model.enrollProgress());
+    return h;
+}
+
+view::Sharing sharingWithAccount(const StatusModel &model) {
+    view::Sharing sharing = sharingPanel(model.status());
+    addAccount(sharing, isSignedIn(model.status()), model.enrollProgress());
+    return sharing;
 }
 
 // Moves `next` into `shown` and `out` where it differs from what the popover has.
@@ -41,7 +56,8 @@ PopoverPresenter::PopoverPresenter(StatusModel *status, QString trayHint, WebLin
     for (auto signal : {&StatusModel::statusChanged, &StatusModel::workTimerBusyIDsChanged,
                         &StatusModel::workTimerFeedbackChanged, &StatusModel::syncingChanged,
                         &StatusModel::syncMessageChanged, &StatusModel::openingLocalConsoleChanged,
-                        &StatusModel::localConsoleMessageChanged})
+                        &StatusModel::localConsoleMessageChanged,
+                        &StatusModel::enrollProgressChanged, &StatusModel::signOutMessageChanged})
         connect(m_status, signal, this, &PopoverPresenter::scheduleUpdate);
 }
 
@@ -49,13 +65,17 @@ view::PopoverState PopoverPresenter::state() const {
     const QDateTime now = m_clock->now();
     const PanelContext context{now, m_locale, m_zone};
     const auto &status = m_status->status();
-    return {header(*m_status, m_trayHint),
-            limitsPanel(status, context),
-            todayPanel(status),
-            workPanel(*m_status, now),
-            projectsPanel(status),
-            sharingPanel(status),
-            footer(*m_status)};
+    view::PopoverState state;
+    state.header = header(*m_status, m_trayHint);
+    state.signIn = signInPanel(m_status->enrollProgress());
+    state.limits = limitsPanel(status, context);
+    state.today = todayPanel(status);
+    state.work = workPanel(*m_status, now);
+    state.projects = projectsPanel(status);
+    state.sharing = sharingWithAccount(*m_status);
+    state.footer = footer(*m_status);
+    state.signOut = signOutConfirmation();
+    return state;
 }
 
 view::PopoverState PopoverPresenter::startShowing() {
@@ -95,12 +115,14 @@ void PopoverPresenter::update(bool workOnly) {
         next = state();
     view::PopoverState out;
     carry(m_shown.header, next.header, out.header);
+    carry(m_shown.signIn, next.signIn, out.signIn);
     carry(m_shown.limits, next.limits, out.limits);
     carry(m_shown.today, next.today, out.today);
     carry(m_shown.work, next.work, out.work);
     carry(m_shown.projects, next.projects, out.projects);
     carry(m_shown.sharing, next.sharing, out.sharing);
     carry(m_shown.footer, next.footer, out.footer);
+    carry(m_shown.signOut, next.signOut, out.signOut);
     updateTicking();
     if (out != view::PopoverState{})
         Q_EMIT changed(out);
@@ -146,6 +168,18 @@ void PopoverPresenter::perform(const view::UserCommand &command) {
         break;
     case view::Command::Quit:
         Q_EMIT quitRequested();
+        break;
+    case view::Command::SignIn:
+        m_status->startEnroll();
+        break;
+    case view::Command::OpenApprovalPage:
+        m_status->openApprovalPage();
+        break;
+    case view::Command::CopySignInCommand:
+        Q_EMIT copyRequested(m_status->enrollCommand(m_installedDaemon));
+        break;
+    case view::Command::SignOut:
+        m_status->unenroll();
         break;
     }
 }

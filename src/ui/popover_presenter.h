@@ -35,6 +35,9 @@ public:
     // Time, locale and zone the panels are worded in; the system's unless set.
     void setContext(const Clock *clock, QLocale locale, QTimeZone zone);
 
+    // Where an installed daemon would be, for the terminal sign-in command when none was found.
+    void setInstalledDaemon(QString path) { m_installedDaemon = std::move(path); }
+
     // One line telling how to get a tray icon on this desktop, from XDG_CURRENT_DESKTOP.
     static QString noTrayHint(const QString &currentDesktop);
 
@@ -42,6 +45,8 @@ Q_SIGNALS:
     // Only the sections that differ from what the popover has.
     void changed(const quonbrix::view::PopoverState &sections);
     void quitRequested();
+    // Text for the clipboard (the terminal sign-in command).
+    void copyRequested(const QString &text);
 
 private:
     void scheduleUpdate();
@@ -51,6 +56,7 @@ private:
     StatusModel *m_status;
     QString m_trayHint;
     WebLinks m_links;
+    QString m_installedDaemon = QStringLiteral("/usr/libexec/quonbrix/brixd");
     const Clock *m_clock = &SystemClock::instance();
     QLocale m_locale;
     QTimeZone m_zone = QTimeZone::systemTimeZone();

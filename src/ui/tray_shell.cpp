@@ -5,7 +5,11 @@
 #include "ui/popover_host.h"
 #include "ui/popover_presenter.h"
 
+#include <QClipboard>
+#include <QCoreApplication>
 #include <QDesktopServices>
+#include <QDir>
+#include <QGuiApplication>
 #include <QMenu>
 #include <QSystemTrayIcon>
 
@@ -28,6 +32,12 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
             opener.open(url, context, std::move(done));
         });
     connect(m_presenter, &PopoverPresenter::quitRequested, this, &TrayShell::quitRequested);
+    m_presenter->setInstalledDaemon(QDir::cleanPath(QCoreApplication::applicationDirPath() +
+                                                    QStringLiteral("/../libexec/quonbrix/brixd")));
+    // The tray lives all day, so it is the one that holds what the user copied: X11 and
+    // Wayland lose a clipboard whose owner exits, and the popover's process does not stay.
+    connect(m_presenter, &PopoverPresenter::copyRequested, this, &TrayShell::copyToClipboard);
+    connect(m_host, &PopoverHost::clipboardHandedOver, this, &TrayShell::copyToClipboard);
     connect(m_presenter, &PopoverPresenter::changed, m_host, &PopoverHost::update);
     connect(m_host, &PopoverHost::commandReceived, m_presenter, &PopoverPresenter::perform);
     connect(m_host, &PopoverHost::visibilityReported, this, [this](bool visible) {
@@ -79,6 +89,13 @@ void TrayShell::requestPopover(bool toggle) {
     if (const auto r = trayGeometry())
         icon = view::Rect{r->x(), r->y(), r->width(), r->height()};
     m_host->show(m_presenter->startShowing(), {toWire(popoverMode()), toggle, icon});
+}
+
+void TrayShell::copyToClipboard(const QString &text) {
+    QClipboard *clipboard = QGuiApplication::clipboard();
+    clipboard->setText(text, QClipboard::Clipboard);
+    if (clipboard->supportsSelection())
+        clipboard->setText(text, QClipboard::Selection);
 }
 
 void TrayShell::updateIcon() {

@@ -52,6 +52,7 @@ Q_SIGNALS:
 
 private:
     void requestPopover(bool toggle);
+    void copyToClipboard(const QString &text);
     void updateIcon();
     std::optional<QRect> trayGeometry() const;
 

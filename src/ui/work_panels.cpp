@@ -144,6 +144,8 @@ view::Footer footer(const StatusModel &model) {
         f.messages << model.syncMessage();
     if (!model.localConsoleMessage().isEmpty())
         f.messages << model.localConsoleMessage();
+    if (!model.signOutMessage().isEmpty())
+        f.messages << model.signOutMessage();
     const auto &status = model.status();
     f.syncDetail = status && status->enrolled && !status->lastPushAt
                        ? QStringLiteral("Not synced")

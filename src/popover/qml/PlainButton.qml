@@ -10,6 +10,10 @@ Rectangle {
     property bool showText: true
     property bool captionUnder: false
     property bool flat: false
+    // The one action the screen suggests: filled with the highlight colour.
+    property bool prominent: false
+    // A button that ends something for good (sign out): red.
+    property bool destructive: false
     property int symbolSize: 14
     property int fontSize: 12
     signal clicked()
@@ -18,9 +22,11 @@ Rectangle {
     implicitHeight: content.implicitHeight + 8
     radius: 5
     opacity: enabled ? 1.0 : 0.4
-    color: mouse.pressed ? palette.mid
-                         : mouse.containsMouse ? palette.midlight
-                                               : flat ? "transparent" : palette.button
+    color: destructive ? (mouse.pressed ? Qt.darker("#e0342b", 1.2) : "#e0342b")
+           : prominent ? (mouse.pressed ? Qt.darker(palette.highlight, 1.2) : palette.highlight)
+           : mouse.pressed ? palette.mid
+           : mouse.containsMouse ? palette.midlight
+           : flat ? "transparent" : palette.button
     border.width: activeFocus ? 2 : flat ? 0 : 1
     border.color: activeFocus ? palette.highlight : palette.mid
     activeFocusOnTab: true
@@ -48,7 +54,8 @@ Rectangle {
             visible: button.showText && text.length > 0
             text: button.text
             font.pixelSize: button.fontSize
-            color: palette.buttonText
+            color: button.destructive ? "white"
+                   : button.prominent ? palette.highlightedText : palette.buttonText
         }
     }
     MouseArea {

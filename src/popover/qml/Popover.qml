@@ -32,6 +32,12 @@ Window {
                 view: root.view
             }
 
+            SignInPanel {
+                Layout.fillWidth: true
+                visible: root.view.signIn.shown
+                view: root.view
+            }
+
             Text {
                 Layout.fillWidth: true
                 visible: text.length > 0
@@ -101,6 +107,12 @@ Window {
         radius: 2
         color: palette.mid
         visible: flick.visibleArea.heightRatio < 1
+    }
+
+    SignOutOverlay {
+        anchors.fill: parent
+        visible: root.view.confirmingSignOut
+        view: root.view
     }
 
     HelpBubble {}

@@ -36,13 +36,30 @@ RowLayout {
         }
     }
 
-    PlainButton {
-        visible: !header.view.header.loading
-        text: header.view.header.update.label
-        symbol: header.view.header.update.symbol
-        help: header.view.header.update.help
-        enabled: header.view.header.update.enabled
-        fontSize: 11
-        onClicked: header.view.syncNow()
+    // "Sign in" over "Update now": side by side they do not fit beside the title.
+    ColumnLayout {
+        Layout.alignment: Qt.AlignTop
+        spacing: 4
+        PlainButton {
+            Layout.fillWidth: true
+            visible: header.view.header.showSignIn
+            text: header.view.header.signIn.label
+            symbol: header.view.header.signIn.symbol
+            help: header.view.header.signIn.help
+            enabled: header.view.header.signIn.enabled
+            prominent: true
+            fontSize: 11
+            onClicked: header.view.startSignIn()
+        }
+        PlainButton {
+            Layout.fillWidth: true
+            visible: !header.view.header.loading
+            text: header.view.header.update.label
+            symbol: header.view.header.update.symbol
+            help: header.view.header.update.help
+            enabled: header.view.header.update.enabled
+            fontSize: 11
+            onClicked: header.view.syncNow()
+        }
     }
 }

@@ -21,6 +21,7 @@ Rectangle {
         spacing: 8
         RowLayout {
             Layout.fillWidth: true
+            visible: titleLabel.text.length > 0 || trailingSlot.children.length > 0
             Text {
                 id: titleLabel
                 font.bold: true
