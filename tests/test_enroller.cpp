@@ -3,7 +3,7 @@
 // keyring is given and the enrollment file the daemon reads.
 
 #include "account/device_flow_enroller.h"
-#include "account/sign_in_process.h"
+#include "app/sign_in_process.h"
 #include "helpers/log_capture.h"
 #include "support/fake_daemon.h"
 

@@ -106,14 +106,14 @@ struct Rig {
         Environment env = daemon.environment(home.path());
         env.set(QStringLiteral("QUON_ACCOUNT_API_BASE"), daemon.base());
         env.set(QStringLiteral("QUON_CONSOLE_URL"), QStringLiteral("http://console.test"));
-        model.setEnrollerFactory([this, env](QObject *parent) {
+        model.setEnrollerFactory([this, env] {
             DeviceFlowEnroller::Options o;
             o.env = env;
             o.tokens = &tokens;
             o.wait = [](std::chrono::seconds, QObject *context, std::function<void()> then) {
                 QMetaObject::invokeMethod(context, then, Qt::QueuedConnection);
             };
-            return new DeviceFlowEnroller(o, parent);
+            return std::make_unique<DeviceFlowEnroller>(o);
         });
         model.setUrlOpener([this](const QUrl &url, QObject *, UrlOpenDone done) {
             opened << url.toString();

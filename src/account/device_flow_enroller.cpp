@@ -321,7 +321,7 @@ struct DeviceFlowEnroller::Run : QObject {
 };
 
 DeviceFlowEnroller::DeviceFlowEnroller(Options options, QObject *parent)
-    : Enroller(parent)
+    : QObject(parent)
     , m_options(std::move(options))
     , m_network(new QNetworkAccessManager(this)) {
     if (!m_options.wait)

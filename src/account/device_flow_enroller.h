@@ -19,7 +19,7 @@ namespace quonbrix {
 // in the token store and writes ~/.quon-brix/enrollment.json last (0600 in a 0700 folder), the
 // file the daemon reads at start. Runs on the GUI thread without blocking it; waits between
 // polls go through `wait`, so tests need not sleep.
-class DeviceFlowEnroller : public Enroller {
+class DeviceFlowEnroller : public QObject, public Enroller {
     Q_OBJECT
 
 public:

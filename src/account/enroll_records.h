@@ -39,4 +39,18 @@ struct EnrollProgress {
     }
 };
 
+// What the sign-in helper prints for the tray, one a line: exactly one member set.
+struct EnrollEvent {
+    std::optional<EnrollPrompt> prompt;
+    std::optional<bool> done;
+    std::optional<QString> error;
+
+    bool operator==(const EnrollEvent &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("prompt", s.prompt);
+        v("done", s.done);
+        v("error", s.error);
+    }
+};
+
 } // namespace quonbrix

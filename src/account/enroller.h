@@ -2,18 +2,15 @@
 
 #include "account/enroll_records.h"
 
-#include <QObject>
+#include <QString>
 #include <functional>
 
 namespace quonbrix {
 
 // Something that signs this computer in: the device flow itself, or a process running it.
-class Enroller : public QObject {
-    Q_OBJECT
-
+class Enroller {
 public:
-    using QObject::QObject;
-
+    virtual ~Enroller() = default;
     // Starts a sign-in, cancelling one that runs. Exactly one of `onDone` and `onError` is
     // called at the end, after `onPrompt` once the code is known; a cancelled run calls nothing.
     virtual void run(std::function<void(const EnrollPrompt &)> onPrompt,

@@ -1,6 +1,7 @@
 #include "app/app_core.h"
 
-#include "account/sign_in_process.h"
+#include "app/sign_in_process.h"
+#include "platform/helper_programs.h"
 
 #include <QCoreApplication>
 #include <QUuid>
@@ -21,9 +22,11 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
     , m_model(new StatusModel(m_client, m_env, intervals, this)) {
     m_model->setAttentionSources(m_attention.idle.get(), m_attention.foreground,
                                  &SystemClock::instance(), m_attention.why);
-    // The device flow runs in `quonbrix signin --events`, so the tray never loads TLS.
-    m_model->setEnrollerFactory([](QObject *parent) {
-        return new SignInProcess(QCoreApplication::applicationFilePath(), parent);
+    // The device flow runs in the quonbrix-signin helper: the tray loads neither TLS nor the
+    // keyring's libraries.
+    m_model->setEnrollerFactory([] {
+        return std::make_unique<SignInProcess>(
+            helperProgram(QCoreApplication::applicationDirPath(), SignInProcess::helperName));
     });
     // Both warning rules run at the end of every pass, goal first, with the status just read.
     connect(m_model, &StatusModel::passFinished, this,

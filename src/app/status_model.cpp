@@ -342,7 +342,7 @@ void StatusModel::startEnroll() {
         return;
     }
     if (!m_enroller)
-        m_enroller = m_makeEnroller(this);
+        m_enroller = m_makeEnroller();
     setEnrollProgress(EnrollProgress{QStringLiteral("pending"), std::nullopt, std::nullopt, false});
     const QPointer<StatusModel> self(this);
     m_enroller->run(

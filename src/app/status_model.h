@@ -100,7 +100,7 @@ public:
 
     // Sign-in. The enroller is made when a sign-in first starts; without a factory or a
     // supervisor a sign-in fails at once.
-    using EnrollerFactory = std::function<Enroller *(QObject *parent)>;
+    using EnrollerFactory = std::function<std::unique_ptr<Enroller>()>;
     void setEnrollerFactory(EnrollerFactory factory) { m_makeEnroller = std::move(factory); }
     const std::optional<EnrollProgress> &enrollProgress() const { return m_enrollProgress; }
     // Starts a sign-in, cancelling one that runs. The approval page opens in the browser once
@@ -185,7 +185,7 @@ private:
     UrlOpenFunction m_openUrl;
     bool m_autoRestartedForEnroll = false;
     EnrollerFactory m_makeEnroller;
-    Enroller *m_enroller = nullptr;
+    std::unique_ptr<Enroller> m_enroller;
     std::optional<EnrollProgress> m_enrollProgress;
     QTimer m_enrollPollTimer;
     qint64 m_enrollPollTicks = 0;

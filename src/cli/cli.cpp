@@ -1,7 +1,5 @@
 #include "cli/cli.h"
 
-#include "account/device_flow_enroller.h"
-#include "account/sign_in_process.h"
 #include "app/status_model.h"
 #include "app/web_links.h"
 #include "daemon_link/meter_client.h"
@@ -9,7 +7,7 @@
 #include "features/formatting.h"
 #include "features/provider_limits.h"
 #include "features/work_timers.h"
-#include "platform/single_instance.h"
+#include "platform/helper_programs.h"
 #include "platform/unix_signals.h"
 #include "platform/url_opener.h"
 #include "json/json_codec.h"
@@ -18,13 +16,16 @@
 #include <QDBusConnection>
 #include <QDateTime>
 #include <QEventLoop>
+#include <QFile>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QTextStream>
 #include <QTimer>
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <unistd.h>
 
 namespace quonbrix::cli {
 
@@ -355,69 +356,22 @@ int consoleCommand(MeterClient &client, const Environment &env) {
     return 1;
 }
 
-// `signin --events` is how the tray app runs a sign-in: one JSON object a line on stdout (the
-// prompt, then done or the error) and nothing else; the tray opens the browser itself.
-void printEvent(const SignInProcess::Event &event) {
-    out() << json::encodeBytes(event) << Qt::endl;
-}
-
-int signinCommand(const QStringList &args, const Environment &env) {
-    const QString option = args.value(0);
-    if (args.size() > 1 || (args.size() == 1 && option != QLatin1String("--no-browser") &&
-                            option != QLatin1String("--events"))) {
-        err() << "quonbrix: usage: quonbrix signin [--no-browser]" << Qt::endl;
-        return 2;
-    }
-    const bool events = option == QLatin1String("--events");
-    const bool browser = args.isEmpty();
-    SecretServiceTokenStore tokens;
-    DeviceFlowEnroller::Options options;
-    options.env = env;
-    options.tokens = &tokens;
-    DeviceFlowEnroller enroller(options);
-    const UrlOpener opener(QDBusConnection::sessionBus(), [](const QUrl &url) {
-        return QProcess::startDetached(QStringLiteral("xdg-open"),
-                                       {url.toString(QUrl::FullyEncoded)});
-    });
-    QEventLoop loop;
-    int code = 1;
-    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM, SIGHUP});
-    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, &loop, [&] {
-        enroller.cancel();
-        if (!events)
-            err() << "Sign-in cancelled" << Qt::endl;
-        code = 130;
-        loop.quit();
-    });
-    enroller.run(
-        [&](const EnrollPrompt &prompt) {
-            if (events)
-                return printEvent({prompt, std::nullopt, std::nullopt});
-            const QString page = prompt.verificationUriComplete.value_or(prompt.verificationUri);
-            out() << "Enter this code on the quon approval page: " << prompt.userCode << '\n'
-                  << page << Qt::endl;
-            const QUrl url(page, QUrl::StrictMode);
-            if (browser && url.isValid() && !url.isRelative())
-                opener.open(url, &loop, [](UrlOpenOutcome) {});
-        },
-        [&] {
-            code = 0;
-            loop.quit();
-            if (events)
-                return printEvent({std::nullopt, true, std::nullopt});
-            out() << "Signed in" << Qt::endl;
-            // A running tray app restarts its daemon so that it picks the sign-in up.
-            SingleInstance::reportSignIn(QDBusConnection::sessionBus());
-        },
-        [&](const QString &message) {
-            code = 1;
-            loop.quit();
-            if (events)
-                return printEvent({std::nullopt, std::nullopt, message});
-            err() << "Sign-in failed: " << message << Qt::endl;
-        });
-    loop.exec();
-    return code;
+// The device flow and the keyring live in the quonbrix-signin helper, so that this program
+// (the tray app too) loads neither the keyring's libraries nor TLS.
+int signinCommand(const QStringList &args) {
+    const QString helper =
+        helperProgram(QCoreApplication::applicationDirPath(), QStringLiteral("quonbrix-signin"));
+    QByteArrayList argv{QFile::encodeName(helper)};
+    for (const QString &arg : args)
+        argv << arg.toLocal8Bit();
+    std::vector<char *> pointers;
+    for (QByteArray &arg : argv)
+        pointers.push_back(arg.data());
+    pointers.push_back(nullptr);
+    ::execv(pointers[0], pointers.data());
+    err() << "quonbrix: cannot run " << helper << ": "
+          << QString::fromLocal8Bit(std::strerror(errno)) << Qt::endl;
+    return 1;
 }
 
 int signoutCommand(const QStringList &args, MeterClient &client) {
@@ -467,7 +421,7 @@ int run(const QStringList &args, const Environment &env) {
         return 0;
     }
     if (command == QLatin1String("signin"))
-        return signinCommand(args.mid(1), env);
+        return signinCommand(args.mid(1));
     static const QStringList daemonCommands{QStringLiteral("status"), QStringLiteral("timer"),
                                             QStringLiteral("sync"), QStringLiteral("console"),
                                             QStringLiteral("signout")};

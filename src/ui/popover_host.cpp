@@ -1,7 +1,7 @@
 #include "ui/popover_host.h"
 
-#include <QDir>
-#include <QFileInfo>
+#include "platform/helper_programs.h"
+
 #include <QLoggingCategory>
 
 Q_LOGGING_CATEGORY(lcPopoverHost, "quonbrix.popover")
@@ -32,11 +32,7 @@ PopoverHost::~PopoverHost() {
 }
 
 QString PopoverHost::locate(const QString &applicationDir) {
-    const QDir dir(applicationDir);
-    const QString beside = dir.filePath(programName);
-    if (QFileInfo(beside).isExecutable())
-        return beside;
-    return QDir::cleanPath(dir.filePath(QStringLiteral("../libexec/quonbrix/") + programName));
+    return helperProgram(applicationDir, programName);
 }
 
 qint64 PopoverHost::processId() const {

@@ -22,8 +22,7 @@ public:
     // Closes the pipe, which ends the popover process.
     ~PopoverHost() override;
 
-    // The popover program: beside the running executable (a build tree), else where an
-    // install puts it (../libexec/quonbrix/).
+    // The popover program, installed or in the build tree (helperProgram).
     static QString locate(const QString &applicationDir);
 
     // Hands `state` over and then `request`, starting the process first when none runs.

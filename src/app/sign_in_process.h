@@ -2,39 +2,30 @@
 
 #include "account/enroller.h"
 
+#include <QObject>
+
 #include <QPointer>
 #include <QProcess>
 
 namespace quonbrix {
 
-// Runs the device flow in a short-lived `quonbrix signin --events` and reports what it prints,
+// Runs the device flow in a short-lived `quonbrix-signin --events` and reports what it prints,
 // one JSON object a line: the prompt, then done or the error. The account service speaks
 // HTTPS, and a process that loaded the TLS libraries keeps them for good; the tray stays
 // without them. Nothing secret crosses the pipe: the child stores the tokens itself.
-class SignInProcess final : public Enroller {
+class SignInProcess final : public QObject, public Enroller {
     Q_OBJECT
 
 public:
-    // `program` is the quonbrix executable.
+    static inline const QString helperName = QStringLiteral("quonbrix-signin");
+
+    // `program` is the quonbrix-signin helper.
     explicit SignInProcess(QString program, QObject *parent = nullptr);
     ~SignInProcess() override;
 
     void run(std::function<void(const EnrollPrompt &)> onPrompt, std::function<void()> onDone,
              std::function<void(const QString &message)> onError) override;
     void cancel() override;
-
-    // What the child prints, one per line: exactly one member set.
-    struct Event {
-        std::optional<EnrollPrompt> prompt;
-        std::optional<bool> done;
-        std::optional<QString> error;
-
-        template <class Self, class V> static void fields(Self &s, V &&v) {
-            v("prompt", s.prompt);
-            v("done", s.done);
-            v("error", s.error);
-        }
-    };
 
 private:
     QString m_program;

@@ -1,4 +1,4 @@
-#include "account/sign_in_process.h"
+#include "app/sign_in_process.h"
 
 #include "json/json_codec.h"
 
@@ -10,7 +10,7 @@ Q_LOGGING_CATEGORY(lcSignInProcess, "quonbrix.account")
 namespace quonbrix {
 
 SignInProcess::SignInProcess(QString program, QObject *parent)
-    : Enroller(parent)
+    : QObject(parent)
     , m_program(std::move(program)) {}
 
 SignInProcess::~SignInProcess() {
@@ -52,7 +52,7 @@ void SignInProcess::run(std::function<void(const EnrollPrompt &)> onPrompt,
     // Handles every whole line printed so far; true once the run has ended.
     const auto readLines = [this, process, onPrompt, onDone, onError, end, finished] {
         while (!*finished && m_process == process && process->canReadLine()) {
-            const auto event = json::decode<Event>(process->readLine().trimmed());
+            const auto event = json::decode<EnrollEvent>(process->readLine().trimmed());
             if (!event)
                 qCWarning(lcSignInProcess,
                           "[QuonBrix] sign-in: unreadable line from the sign-in process");
@@ -78,7 +78,7 @@ void SignInProcess::run(std::function<void(const EnrollPrompt &)> onPrompt,
                 if (error == QProcess::FailedToStart)
                     end([onError, message = process->errorString()] { onError(message); });
             });
-    process->start(m_program, {QStringLiteral("signin"), QStringLiteral("--events")});
+    process->start(m_program, {QStringLiteral("--events")});
 }
 
 } // namespace quonbrix
