@@ -589,9 +589,9 @@ void StatusModelTest::terminalSignInCommand_data() {
     QTest::addColumn<QString>("daemon");
     QTest::addColumn<QString>("line");
     QTest::newRow("with a CA bundle")
-        << QStringLiteral("/home/a/.quon-brix/trust-store.pem")
+        << QStringLiteral("/var/lib/q/.quon-brix/trust-store.pem")
         << QStringLiteral("/opt/q/libexec/quonbrix/brixd")
-        << QStringLiteral(R"(SSL_CERT_FILE="/home/a/.quon-brix/trust-store.pem" )"
+        << QStringLiteral(R"(SSL_CERT_FILE="/var/lib/q/.quon-brix/trust-store.pem" )"
                           R"("/opt/q/libexec/quonbrix/brixd" enroll)");
     QTest::newRow("no bundle, no daemon found: the installed place, shell-quoted")
         << QString() << QString() << QStringLiteral(R"("/home/\$me/\"q\"/brixd" enroll)");
