@@ -3,6 +3,7 @@
 #include "json/json_codec.h"
 
 #include <QLoggingCategory>
+#include <QTimer>
 #include <memory>
 
 Q_LOGGING_CATEGORY(lcSignInProcess, "quonbrix.account")
@@ -46,7 +47,14 @@ void SignInProcess::run(std::function<void(const EnrollPrompt &)> onPrompt,
         *finished = true;
         m_process = nullptr;
         process->disconnect();
-        process->deleteLater();
+        // After its last line the child still tells a running tray over D-Bus and exits;
+        // let it, and only stop one that lingers.
+        if (process->state() == QProcess::NotRunning) {
+            process->deleteLater();
+        } else {
+            connect(process, &QProcess::finished, process, &QObject::deleteLater);
+            QTimer::singleShot(5000, process, [process] { process->kill(); });
+        }
         callback();
     };
     // Handles every whole line printed so far; true once the run has ended.

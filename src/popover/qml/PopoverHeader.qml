@@ -30,6 +30,8 @@ RowLayout {
         Text {
             Layout.fillWidth: true
             text: header.view.header.subtitle
+            wrapMode: Text.WordWrap
+            maximumLineCount: 2
             elide: Text.ElideRight
             font.pixelSize: 11
             color: palette.placeholderText
