@@ -215,7 +215,7 @@ void PopoverTest::answersTheTrayOverItsPipe() {
     daemon.refuse();
     QTemporaryDir home;
     AppCore core(daemon.environment(home.path()), nullptr, {});
-    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}));
+    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}), core.environment());
     PopoverRig rig;
 
     // Garbage from the tray is ignored; the next good line still works.
@@ -303,10 +303,11 @@ void PopoverTest::signOutAsksFirst() {
     view::PopoverState state;
     state.header = view::Header{};
     state.header->loading = false;
-    state.sharing = view::Sharing{};
-    state.sharing->shown = true;
-    state.sharing->signedIn = true;
-    state.sharing->signOut = {QStringLiteral("Sign out"), {}, {}, true};
+    state.settings = view::Settings{};
+    view::SetupRow account;
+    account.action = view::toWire(view::SetupAction::SignOut);
+    account.button = {QStringLiteral("Sign out"), {}, {}, true};
+    state.settings->rows = {account};
     state.signOut = signOutConfirmation();
     PopoverView view;
     view.apply(state);
@@ -327,7 +328,10 @@ void PopoverTest::signOutAsksFirst() {
         return visibleTexts(popover.window()).contains(QStringLiteral("サインアウトしますか？"));
     };
 
-    // Asked first; "no" changes nothing; "yes" is the only way to the command.
+    // The settings group opens first; asked first; "no" changes nothing; "yes" is the only
+    // way to the command.
+    QVERIFY(!click(QStringLiteral("Sign out")));
+    view.toggleSettings();
     QVERIFY(!asked());
     QVERIFY(click(QStringLiteral("Sign out")));
     QVERIFY(asked());
@@ -339,6 +343,9 @@ void PopoverTest::signOutAsksFirst() {
     QVERIFY(!asked());
     QCOMPARE(commands.size(), 1);
     QCOMPARE(commands[0].name, QStringLiteral("signOut"));
+    // The next popover starts with the group closed again.
+    view.resetScreens();
+    QTRY_VERIFY(!click(QStringLiteral("Sign out")));
 }
 
 void PopoverTest::nearLimitsDayRenders() {
@@ -359,7 +366,7 @@ void PopoverTest::nearLimitsDayRenders() {
     AppCore core(Environment({{QStringLiteral("HOME"), home.path()},
                               {QStringLiteral("QUON_BRIX_ADMIN_PORT"), port}}),
                  nullptr, {});
-    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}));
+    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}), core.environment());
     core.launch();
     QTRY_VERIFY_WITH_TIMEOUT(core.model().hasStatus(), 10000);
     PopoverView view;

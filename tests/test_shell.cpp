@@ -69,7 +69,7 @@ void ShellTest::popoverIsToldOnlyWhileShown() {
     FakeDaemon daemon;
     daemon.refuse();
     AppCore core(daemon.environment(m_home.path()), nullptr, {});
-    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}));
+    PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}), core.environment());
     QList<view::PopoverState> told;
     connect(&presenter, &PopoverPresenter::changed, this,
             [&told](const view::PopoverState &s) { told << s; });

@@ -67,7 +67,7 @@ struct Rig {
     MeterClient client{daemon.base()};
     StatusModel status{&client, daemon.environment(home.path())};
     ManualClock clock{QDateTime::fromString(QStringLiteral("2026-11-23T10:00:00Z"), Qt::ISODate)};
-    PopoverPresenter presenter{&status, {}, WebLinks::from({})};
+    PopoverPresenter presenter{&status, {}, WebLinks::from({}), daemon.environment(home.path())};
 
     Rig() { presenter.setContext(&clock, QLocale::c(), QTimeZone::utc()); }
     bool load(const QByteArray &b) {

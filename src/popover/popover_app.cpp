@@ -35,7 +35,9 @@ PopoverApp::PopoverApp(Options options, QObject *parent)
         if (visible) {
             m_linger.stop();
         } else {
-            m_view.cancelSignOut(); // a confirmation does not outlive the popover it was in
+            // A confirmation, another screen or an open settings group does not outlive the
+            // popover it was in.
+            m_view.resetScreens();
             m_linger.start();
         }
         send({visible, std::nullopt, std::nullopt});

@@ -27,8 +27,11 @@ PopoverView::PopoverView(QObject *parent)
     blank.work.emplace();
     blank.projects.emplace();
     blank.sharing.emplace();
+    blank.settings.emplace();
     blank.footer.emplace();
     blank.signOut.emplace();
+    blank.mcp.emplace();
+    blank.guide.emplace();
     apply(blank);
 }
 
@@ -58,6 +61,18 @@ void PopoverView::apply(const view::PopoverState &state) {
     }
     if (state.sharing)
         take(this, m_sharing, *state.sharing, &PopoverView::sharingChanged);
+    if (state.settings) {
+        m_setupRows.update(state.settings->rows);
+        take(this, m_settings, *state.settings, &PopoverView::settingsChanged);
+    }
+    if (state.mcp) {
+        m_mcpClients.update(state.mcp->clients);
+        take(this, m_mcp, *state.mcp, &PopoverView::mcpChanged);
+    }
+    if (state.guide) {
+        m_guideSteps.update(state.guide->steps);
+        take(this, m_guide, *state.guide, &PopoverView::guideChanged);
+    }
     if (state.footer)
         take(this, m_footer, *state.footer, &PopoverView::footerChanged);
 }
@@ -122,6 +137,75 @@ void PopoverView::cancelSignOut() {
 void PopoverView::confirmSignOut() {
     setConfirmingSignOut(false);
     request(view::Command::SignOut);
+}
+
+void PopoverView::resetScreens() {
+    setConfirmingSignOut(false);
+    setScreen(QStringLiteral("main"));
+    if (m_settingsExpanded) {
+        m_settingsExpanded = false;
+        Q_EMIT settingsExpandedChanged();
+    }
+}
+
+void PopoverView::setScreen(const QString &screen) {
+    if (screen == m_screen)
+        return;
+    m_screen = screen;
+    Q_EMIT screenChanged();
+}
+
+void PopoverView::toggleSettings() {
+    m_settingsExpanded = !m_settingsExpanded;
+    Q_EMIT settingsExpandedChanged();
+}
+
+void PopoverView::setupAction(const QString &action) {
+    const auto which = view::setupActionFromWire(action);
+    if (!which)
+        return;
+    switch (*which) {
+    case view::SetupAction::SignIn:
+        startSignIn();
+        break;
+    case view::SetupAction::SignOut:
+        askSignOut();
+        break;
+    case view::SetupAction::OpenMeter:
+        openMeter();
+        break;
+    case view::SetupAction::McpSetup:
+        // The tray reads the token and the clients' files again for the screen.
+        request(view::Command::ShowMcpSetup);
+        setScreen(QStringLiteral("mcp"));
+        break;
+    case view::SetupAction::CopyAgentGuide:
+        request(view::Command::CopyAgentGuide);
+        break;
+    case view::SetupAction::SetupGuide:
+        showGuide();
+        break;
+    }
+}
+
+void PopoverView::showGuide() {
+    setScreen(QStringLiteral("guide"));
+}
+
+void PopoverView::back() {
+    setScreen(QStringLiteral("main"));
+}
+
+void PopoverView::selectMcpClient(const QString &client) {
+    request(view::Command::SelectMcpClient, std::nullopt, std::nullopt, client);
+}
+
+void PopoverView::copyMcpSnippet() {
+    request(view::Command::CopyMcpSnippet);
+}
+
+void PopoverView::installMcpClient(const QString &client) {
+    request(view::Command::InstallMcpClient, std::nullopt, std::nullopt, client);
 }
 
 } // namespace quonbrix

@@ -31,6 +31,17 @@ class PopoverView : public QObject {
     Q_PROPERTY(QVariantMap projects READ projects NOTIFY projectsChanged)
     Q_PROPERTY(quonbrix::RecordListBase *projectRows READ projectRows CONSTANT)
     Q_PROPERTY(QVariantMap sharing READ sharing NOTIFY sharingChanged)
+    Q_PROPERTY(QVariantMap settings READ settings NOTIFY settingsChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *setupRows READ setupRows CONSTANT)
+    // View state: the settings group starts collapsed and the main screen shows in every
+    // popover.
+    Q_PROPERTY(bool settingsExpanded READ settingsExpanded NOTIFY settingsExpandedChanged)
+    // "main", "mcp" (connect an AI client) or "guide" (the setup guide).
+    Q_PROPERTY(QString screen READ screen NOTIFY screenChanged)
+    Q_PROPERTY(QVariantMap mcp READ mcp NOTIFY mcpChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *mcpClients READ mcpClients CONSTANT)
+    Q_PROPERTY(QVariantMap guide READ guide NOTIFY guideChanged)
+    Q_PROPERTY(quonbrix::RecordListBase *guideSteps READ guideSteps CONSTANT)
     Q_PROPERTY(QVariantMap footer READ footer NOTIFY footerChanged)
 
 public:
@@ -53,7 +64,18 @@ public:
     QVariantMap projects() const { return m_projects; }
     RecordListBase *projectRows() { return &m_projectRows; }
     QVariantMap sharing() const { return m_sharing; }
+    QVariantMap settings() const { return m_settings; }
+    RecordListBase *setupRows() { return &m_setupRows; }
+    bool settingsExpanded() const { return m_settingsExpanded; }
+    QString screen() const { return m_screen; }
+    QVariantMap mcp() const { return m_mcp; }
+    RecordListBase *mcpClients() { return &m_mcpClients; }
+    QVariantMap guide() const { return m_guide; }
+    RecordListBase *guideSteps() { return &m_guideSteps; }
     QVariantMap footer() const { return m_footer; }
+
+    // Back to the main screen with the settings group collapsed: the popover was closed.
+    void resetScreens();
 
     Q_INVOKABLE void syncNow();
     Q_INVOKABLE void startTimer(const QString &label);
@@ -67,6 +89,14 @@ public:
     Q_INVOKABLE void askSignOut();
     Q_INVOKABLE void cancelSignOut();
     Q_INVOKABLE void confirmSignOut();
+    Q_INVOKABLE void toggleSettings();
+    // A settings row's button, by the row's action name.
+    Q_INVOKABLE void setupAction(const QString &action);
+    Q_INVOKABLE void showGuide();
+    Q_INVOKABLE void back();
+    Q_INVOKABLE void selectMcpClient(const QString &client);
+    Q_INVOKABLE void copyMcpSnippet();
+    Q_INVOKABLE void installMcpClient(const QString &client);
 
 Q_SIGNALS:
     void commandRequested(const quonbrix::view::UserCommand &command);
@@ -79,6 +109,11 @@ Q_SIGNALS:
     void workChanged();
     void projectsChanged();
     void sharingChanged();
+    void settingsChanged();
+    void settingsExpandedChanged();
+    void screenChanged();
+    void mcpChanged();
+    void guideChanged();
     void footerChanged();
 
 private:
@@ -87,6 +122,7 @@ private:
                  std::optional<QString> id = std::nullopt);
 
     void setConfirmingSignOut(bool confirming);
+    void setScreen(const QString &screen);
 
     QVariantMap m_header;
     QVariantMap m_signIn;
@@ -102,6 +138,14 @@ private:
     QVariantMap m_projects;
     RecordListModel<view::Project> m_projectRows;
     QVariantMap m_sharing;
+    QVariantMap m_settings;
+    RecordListModel<view::SetupRow> m_setupRows;
+    bool m_settingsExpanded = false;
+    QString m_screen = QStringLiteral("main");
+    QVariantMap m_mcp;
+    RecordListModel<view::McpClientRow> m_mcpClients;
+    QVariantMap m_guide;
+    RecordListModel<view::GuideStep> m_guideSteps;
     QVariantMap m_footer;
 };
 

@@ -43,6 +43,12 @@ const QHash<QString, SymbolIcon> &table() {
         add("list.bullet.rectangle", "view-list-symbolic", true);
         add("terminal", "utilities-terminal-symbolic", true);
         add("arrow.up.right.square", "", true);
+        add("doc.text", "text-x-generic-symbolic", true);
+        add("doc.on.doc", "edit-copy-symbolic", true);
+        add("square.and.arrow.down", "document-save-symbolic", true);
+        add("gauge.medium", "utilities-system-monitor-symbolic", true);
+        add("person.2", "system-users-symbolic", true);
+        add("number", "", true);
         return m;
     }();
     return t;

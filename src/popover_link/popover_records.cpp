@@ -29,7 +29,7 @@ constexpr std::array<std::pair<WindowMode, const char *>, 2> windowModes{{
     {WindowMode::Window, "window"},
 }};
 
-constexpr std::array<std::pair<Command, const char *>, 10> commands{{
+constexpr std::array<std::pair<Command, const char *>, 15> commands{{
     {Command::Sync, "sync"},
     {Command::StartTimer, "startTimer"},
     {Command::TimerAction, "timerAction"},
@@ -40,6 +40,20 @@ constexpr std::array<std::pair<Command, const char *>, 10> commands{{
     {Command::OpenApprovalPage, "openApprovalPage"},
     {Command::CopySignInCommand, "copySignInCommand"},
     {Command::SignOut, "signOut"},
+    {Command::ShowMcpSetup, "showMcpSetup"},
+    {Command::SelectMcpClient, "selectMcpClient"},
+    {Command::CopyMcpSnippet, "copyMcpSnippet"},
+    {Command::InstallMcpClient, "installMcpClient"},
+    {Command::CopyAgentGuide, "copyAgentGuide"},
+}};
+
+constexpr std::array<std::pair<SetupAction, const char *>, 6> setupActions{{
+    {SetupAction::SignIn, "signIn"},
+    {SetupAction::SignOut, "signOut"},
+    {SetupAction::OpenMeter, "openMeter"},
+    {SetupAction::McpSetup, "mcpSetup"},
+    {SetupAction::CopyAgentGuide, "copyAgentGuide"},
+    {SetupAction::SetupGuide, "setupGuide"},
 }};
 
 } // namespace
@@ -62,6 +76,14 @@ QString toWire(Command command) {
 
 std::optional<Command> commandFromWire(const QString &wire) {
     return lookup(commands, wire);
+}
+
+QString toWire(SetupAction action) {
+    return name(setupActions, action);
+}
+
+std::optional<SetupAction> setupActionFromWire(const QString &wire) {
+    return lookup(setupActions, wire);
 }
 
 } // namespace quonbrix::view

@@ -47,6 +47,7 @@ struct Header {
     Button update;
     bool showSignIn = false; // signed out, with a daemon to sign in through
     Button signIn;
+    Button back; // instead of the buttons above on the guide and client set-up screens
 
     bool operator==(const Header &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
@@ -59,6 +60,7 @@ struct Header {
         v("update", s.update);
         v("showSignIn", s.showSignIn);
         v("signIn", s.signIn);
+        v("back", s.back);
     }
 };
 
@@ -356,11 +358,6 @@ struct Sharing {
     QString disclosure;
     QString summary;
     Button manage;
-    // The account: an invitation and "Sign in to quon" while signed out, "Sign out" while in.
-    bool signedIn = false;
-    QString accountText;
-    Button signIn;
-    Button signOut;
 
     bool operator==(const Sharing &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
@@ -372,10 +369,6 @@ struct Sharing {
         v("disclosure", s.disclosure);
         v("summary", s.summary);
         v("manage", s.manage);
-        v("signedIn", s.signedIn);
-        v("accountText", s.accountText);
-        v("signIn", s.signIn);
-        v("signOut", s.signOut);
     }
 };
 
@@ -384,6 +377,7 @@ struct Footer {
     QString syncDetail;
     Button workspace;
     Button meter;
+    Button guide;
     Button quit;
 
     bool operator==(const Footer &) const = default;
@@ -392,7 +386,160 @@ struct Footer {
         v("syncDetail", s.syncDetail);
         v("workspace", s.workspace);
         v("meter", s.meter);
+        v("guide", s.guide);
         v("quit", s.quit);
+    }
+};
+
+// What a row of the settings group does when its button is pressed.
+enum class SetupAction { SignIn, SignOut, OpenMeter, McpSetup, CopyAgentGuide, SetupGuide };
+QString toWire(SetupAction action);
+std::optional<SetupAction> setupActionFromWire(const QString &wire);
+
+// One row of "Settings & integrations".
+struct SetupRow {
+    QString action; // a SetupAction's wire name; also the row's key
+    QString symbol;
+    QString title;
+    QString detail;
+    QString status;
+    QString statusColor;
+    Button button;
+    bool done = false;
+    QString doneSymbol;
+
+    QString key() const { return action; }
+    bool operator==(const SetupRow &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("action", s.action);
+        v("symbol", s.symbol);
+        v("title", s.title);
+        v("detail", s.detail);
+        v("status", s.status);
+        v("statusColor", s.statusColor);
+        v("button", s.button);
+        v("done", s.done);
+        v("doneSymbol", s.doneSymbol);
+    }
+};
+
+// "Settings & integrations": a header that opens and closes the rows (collapsed whenever the
+// popover opens).
+struct Settings {
+    QString title;
+    QString subtitle;
+    QString help;
+    QString symbol;
+    QString collapsedValue;
+    QString expandedValue;
+    std::vector<SetupRow> rows;
+
+    bool operator==(const Settings &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("title", s.title);
+        v("subtitle", s.subtitle);
+        v("help", s.help);
+        v("symbol", s.symbol);
+        v("collapsedValue", s.collapsedValue);
+        v("expandedValue", s.expandedValue);
+        v("rows", s.rows);
+    }
+};
+
+// One AI client in the set-up screen's picker, with what its configuration holds now.
+struct McpClientRow {
+    QString client; // the command line's name: "claude-code", …
+    QString name;
+    bool selected = false;
+    QString state;
+    QString stateSymbol;
+    QString stateColor;
+    Button update; // shown when the entry is out of date
+    bool showUpdate = false;
+
+    QString key() const { return client; }
+    bool operator==(const McpClientRow &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("client", s.client);
+        v("name", s.name);
+        v("selected", s.selected);
+        v("state", s.state);
+        v("stateSymbol", s.stateSymbol);
+        v("stateColor", s.stateColor);
+        v("update", s.update);
+        v("showUpdate", s.showUpdate);
+    }
+};
+
+// "Connect your AI client": the picker, the snippet of the chosen client and its install.
+struct McpSetup {
+    QString title;
+    QString description;
+    std::vector<McpClientRow> clients;
+    QString selectedClient;
+    QString pickerName;
+    QString snippet;
+    QString snippetHint;
+    Button copy;
+    Button install;
+    QString installHint;
+    QString waitingText; // empty while the daemon has a token
+    QString result;      // the chosen client's last install, if any
+    QString resultSymbol;
+    QString resultColor;
+
+    bool operator==(const McpSetup &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("title", s.title);
+        v("description", s.description);
+        v("clients", s.clients);
+        v("selectedClient", s.selectedClient);
+        v("pickerName", s.pickerName);
+        v("snippet", s.snippet);
+        v("snippetHint", s.snippetHint);
+        v("copy", s.copy);
+        v("install", s.install);
+        v("installHint", s.installHint);
+        v("waitingText", s.waitingText);
+        v("result", s.result);
+        v("resultSymbol", s.resultSymbol);
+        v("resultColor", s.resultColor);
+    }
+};
+
+struct GuideStep {
+    QString title;
+    QString symbol;
+    QString body;
+
+    QString key() const { return title; }
+    bool operator==(const GuideStep &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("title", s.title);
+        v("symbol", s.symbol);
+        v("body", s.body);
+    }
+};
+
+// The setup guide screen.
+struct Guide {
+    QString title;
+    QString lead;
+    QString intro;
+    std::vector<GuideStep> steps;
+    Button localMeter;
+    Button workspace;
+    bool showWorkspace = false; // while signed in
+
+    bool operator==(const Guide &) const = default;
+    template <class Self, class V> static void fields(Self &s, V &&v) {
+        v("title", s.title);
+        v("lead", s.lead);
+        v("intro", s.intro);
+        v("steps", s.steps);
+        v("localMeter", s.localMeter);
+        v("workspace", s.workspace);
+        v("showWorkspace", s.showWorkspace);
     }
 };
 
@@ -405,8 +552,11 @@ struct PopoverState {
     std::optional<Work> work;
     std::optional<Projects> projects;
     std::optional<Sharing> sharing;
+    std::optional<Settings> settings;
     std::optional<Footer> footer;
     std::optional<SignOut> signOut;
+    std::optional<McpSetup> mcp;
+    std::optional<Guide> guide;
 
     bool operator==(const PopoverState &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
@@ -417,8 +567,11 @@ struct PopoverState {
         v("work", s.work);
         v("projects", s.projects);
         v("sharing", s.sharing);
+        v("settings", s.settings);
         v("footer", s.footer);
         v("signOut", s.signOut);
+        v("mcp", s.mcp);
+        v("guide", s.guide);
     }
 };
 
@@ -487,6 +640,11 @@ enum class Command {
     OpenApprovalPage,
     CopySignInCommand,
     SignOut, // after the user confirmed it
+    ShowMcpSetup,
+    SelectMcpClient,  // id: the client's name
+    CopyMcpSnippet,
+    InstallMcpClient, // id: the client's name
+    CopyAgentGuide,
 };
 QString toWire(Command command);
 std::optional<Command> commandFromWire(const QString &wire);
@@ -495,7 +653,7 @@ struct UserCommand {
     QString name;
     std::optional<QString> label;  // StartTimer: the label as typed
     std::optional<QString> action; // TimerAction: "pause", "resume", "complete" or "cancel"
-    std::optional<QString> id;     // TimerAction: the session
+    std::optional<QString> id;     // TimerAction: the session; the MCP commands: the client
 
     bool operator==(const UserCommand &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {

@@ -57,19 +57,6 @@ view::SignIn signInPanel(const std::optional<EnrollProgress> &progress) {
     return panel;
 }
 
-void addAccount(view::Sharing &sharing, bool signedIn,
-                const std::optional<EnrollProgress> &progress) {
-    sharing.signedIn = signedIn;
-    if (sharing.signedIn) {
-        sharing.signOut = {QStringLiteral("Sign out"), QString(), QString(), true};
-        return;
-    }
-    sharing.accountText = QStringLiteral("Your local meter is already running. Sign in only when "
-                                         "you want cloud history or team sharing.");
-    sharing.signIn = {QStringLiteral("Sign in to quon"), QString(), QString(),
-                      !signingIn(progress)};
-}
-
 view::SignOut signOutConfirmation() {
     return {QStringLiteral("サインアウトしますか？"),
             QStringLiteral("このコンピューターの quon 連携を解除します。ローカル計測は続きますが、"

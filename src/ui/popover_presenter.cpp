@@ -2,7 +2,14 @@
 
 #include "ui/account_panels.h"
 #include "ui/popover_panels.h"
+#include "ui/setup_panels.h"
 #include "ui/work_panels.h"
+
+#include "integrations/agent_guide.h"
+
+#include <QLoggingCategory>
+
+Q_LOGGING_CATEGORY(lcPresenter, "quonbrix.popover")
 
 namespace quonbrix {
 
@@ -25,13 +32,9 @@ view::Header header(const StatusModel &model, const QString &trayHint) {
     h.update = updateButton(model);
     h.showSignIn = !loading && !signedIn;
     h.signIn = headerSignInButton(model.enrollProgress());
+    h.back = {QStringLiteral("Back"), view::symbolUrl(QStringLiteral("chevron.left")), QString(),
+              true};
     return h;
-}
-
-view::Sharing sharingWithAccount(const StatusModel &model) {
-    view::Sharing sharing = sharingPanel(model.status());
-    addAccount(sharing, isSignedIn(model.status()), model.enrollProgress());
-    return sharing;
 }
 
 // Moves `next` into `shown` and `out` where it differs from what the popover has.
@@ -46,11 +49,13 @@ void carry(std::optional<T> &shown, std::optional<T> &next, std::optional<T> &ou
 } // namespace
 
 PopoverPresenter::PopoverPresenter(StatusModel *status, QString trayHint, WebLinks links,
-                                   QObject *parent)
+                                   Environment env, QObject *parent)
     : QObject(parent)
     , m_status(status)
     , m_trayHint(std::move(trayHint))
-    , m_links(std::move(links)) {
+    , m_links(std::move(links))
+    , m_mcp(std::move(env)) {
+    connect(&m_mcp, &McpSetup::changed, this, &PopoverPresenter::scheduleUpdate);
     m_tick.setInterval(1000);
     connect(&m_tick, &QTimer::timeout, this, [this] { update(true); });
     for (auto signal : {&StatusModel::statusChanged, &StatusModel::workTimerBusyIDsChanged,
@@ -72,14 +77,18 @@ view::PopoverState PopoverPresenter::state() const {
     state.today = todayPanel(status);
     state.work = workPanel(*m_status, now);
     state.projects = projectsPanel(status);
-    state.sharing = sharingWithAccount(*m_status);
+    state.sharing = sharingPanel(status);
+    state.settings = settingsGroup(*m_status, m_guideCopied);
     state.footer = footer(*m_status);
     state.signOut = signOutConfirmation();
+    state.mcp = mcpSetupScreen(m_mcp);
+    state.guide = setupGuide(isSignedIn(status));
     return state;
 }
 
 view::PopoverState PopoverPresenter::startShowing() {
     m_showing = true;
+    m_guideCopied = false;
     m_shown = state();
     updateTicking();
     return m_shown;
@@ -121,8 +130,11 @@ void PopoverPresenter::update(bool workOnly) {
     carry(m_shown.work, next.work, out.work);
     carry(m_shown.projects, next.projects, out.projects);
     carry(m_shown.sharing, next.sharing, out.sharing);
+    carry(m_shown.settings, next.settings, out.settings);
     carry(m_shown.footer, next.footer, out.footer);
     carry(m_shown.signOut, next.signOut, out.signOut);
+    carry(m_shown.mcp, next.mcp, out.mcp);
+    carry(m_shown.guide, next.guide, out.guide);
     updateTicking();
     if (out != view::PopoverState{})
         Q_EMIT changed(out);
@@ -181,7 +193,43 @@ void PopoverPresenter::perform(const view::UserCommand &command) {
     case view::Command::SignOut:
         m_status->unenroll();
         break;
+    case view::Command::ShowMcpSetup:
+        m_mcp.refresh();
+        break;
+    case view::Command::SelectMcpClient:
+        if (const auto which = client(command))
+            m_mcp.select(*which);
+        break;
+    case view::Command::CopyMcpSnippet:
+        Q_EMIT copyRequested(
+            integrations::snippet(m_mcp.selected(), m_mcp.token(), m_mcp.environment()));
+        m_mcp.setCopied();
+        break;
+    case view::Command::InstallMcpClient:
+        if (const auto which = client(command))
+            m_mcp.install(*which);
+        break;
+    case view::Command::CopyAgentGuide:
+        copyAgentGuide();
+        break;
     }
+}
+
+std::optional<integrations::McpClient>
+PopoverPresenter::client(const view::UserCommand &command) const {
+    return integrations::mcpClientFromWire(command.id.value_or(QString()));
+}
+
+void PopoverPresenter::copyAgentGuide() {
+    const auto guide = integrations::agentGuideText();
+    if (!guide) {
+        qCWarning(lcPresenter, "[QuonBrix] agent guide: the guide built into the app is missing");
+        Q_EMIT beepRequested();
+        return;
+    }
+    Q_EMIT copyRequested(integrations::projectRules(*guide));
+    m_guideCopied = true;
+    scheduleUpdate();
 }
 
 void PopoverPresenter::setContext(const Clock *clock, QLocale locale, QTimeZone zone) {

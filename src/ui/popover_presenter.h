@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/mcp_setup.h"
 #include "app/status_model.h"
 #include "app/web_links.h"
 #include "popover_link/popover_records.h"
@@ -19,7 +20,8 @@ class PopoverPresenter : public QObject {
 
 public:
     // `trayHint` is shown under the header when the desktop has no tray to hold the icon.
-    PopoverPresenter(StatusModel *status, QString trayHint, WebLinks links,
+    // `env` locates the AI clients' configuration files and the daemon's token.
+    PopoverPresenter(StatusModel *status, QString trayHint, WebLinks links, Environment env,
                      QObject *parent = nullptr);
 
     // Everything the popover shows, worded now: relative times age while the status stays.
@@ -47,11 +49,15 @@ Q_SIGNALS:
     void quitRequested();
     // Text for the clipboard (the terminal sign-in command).
     void copyRequested(const QString &text);
+    // Something asked for could not be done and has no place to say so (the agent guide).
+    void beepRequested();
 
 private:
     void scheduleUpdate();
     void update(bool workOnly);
     void updateTicking();
+    void copyAgentGuide();
+    std::optional<integrations::McpClient> client(const view::UserCommand &command) const;
 
     StatusModel *m_status;
     QString m_trayHint;
@@ -64,6 +70,9 @@ private:
     bool m_updateQueued = false;
     view::PopoverState m_shown;
     QTimer m_tick;
+    McpSetup m_mcp;
+    // The agent guide was copied since the popover opened: its row shows a done mark.
+    bool m_guideCopied = false;
 };
 
 } // namespace quonbrix

@@ -5,6 +5,7 @@
 #include "ui/popover_host.h"
 #include "ui/popover_presenter.h"
 
+#include <QApplication>
 #include <QClipboard>
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -23,7 +24,8 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
                                        m_options.trayAvailable
                                            ? QString()
                                            : PopoverPresenter::noTrayHint(m_options.currentDesktop),
-                                       WebLinks::from(core.environment()), this))
+                                       WebLinks::from(core.environment()),
+                                       core.environment(), this))
     , m_host(new PopoverHost(m_options.popoverProgram, this)) {
     core.model().setUrlOpener(
         [opener = UrlOpener(QDBusConnection::sessionBus(), [](const QUrl &url) {
@@ -38,6 +40,7 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     // Wayland lose a clipboard whose owner exits, and the popover's process does not stay.
     connect(m_presenter, &PopoverPresenter::copyRequested, this, &TrayShell::copyToClipboard);
     connect(m_host, &PopoverHost::clipboardHandedOver, this, &TrayShell::copyToClipboard);
+    connect(m_presenter, &PopoverPresenter::beepRequested, this, [] { QApplication::beep(); });
     connect(m_presenter, &PopoverPresenter::changed, m_host, &PopoverHost::update);
     connect(m_host, &PopoverHost::commandReceived, m_presenter, &PopoverPresenter::perform);
     connect(m_host, &PopoverHost::visibilityReported, this, [this](bool visible) {

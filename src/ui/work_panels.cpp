@@ -158,6 +158,8 @@ view::Footer footer(const StatusModel &model) {
     f.meter =
         button(QStringLiteral("Open meter"), QStringLiteral("gauge.with.dots.needle.50percent"),
                QStringLiteral("Open this computer's private local Meter"), !opening);
+    f.guide = button(QStringLiteral("Guide"), QStringLiteral("list.bullet.rectangle"),
+                     QStringLiteral("Open the setup guide"));
     f.quit = button(QStringLiteral("Quit"), QStringLiteral("power"),
                     QStringLiteral("Stop the meter and quit QuonBrix"));
     return f;

@@ -9,6 +9,7 @@ Window {
     required property PopoverView view
 
     width: 360
+    readonly property bool mainContent: root.view.screen === "main" && !root.view.header.loading
     height: content.implicitHeight + 24
     color: palette.window
 
@@ -51,7 +52,7 @@ Window {
                 Layout.fillWidth: true
                 Layout.topMargin: 16
                 Layout.bottomMargin: 16
-                visible: root.view.header.loading
+                visible: root.view.screen === "main" && root.view.header.loading
                 spacing: 8
                 Spinner {}
                 Text {
@@ -62,31 +63,49 @@ Window {
 
             LimitsPanel {
                 Layout.fillWidth: true
-                visible: !root.view.header.loading
+                visible: root.mainContent
                 view: root.view
             }
 
             TodayPanel {
                 Layout.fillWidth: true
-                visible: !root.view.header.loading
+                visible: root.mainContent
                 view: root.view
             }
 
             WorkPanel {
                 Layout.fillWidth: true
-                visible: !root.view.header.loading
+                visible: root.mainContent
                 view: root.view
             }
 
             ProjectsPanel {
                 Layout.fillWidth: true
-                visible: !root.view.header.loading
+                visible: root.mainContent
                 view: root.view
             }
 
             SharingPanel {
                 Layout.fillWidth: true
-                visible: !root.view.header.loading && root.view.sharing.shown
+                visible: root.mainContent && root.view.sharing.shown
+                view: root.view
+            }
+
+            SettingsGroup {
+                Layout.fillWidth: true
+                visible: root.mainContent
+                view: root.view
+            }
+
+            McpSetupScreen {
+                Layout.fillWidth: true
+                visible: root.view.screen === "mcp"
+                view: root.view
+            }
+
+            SetupGuideScreen {
+                Layout.fillWidth: true
+                visible: root.view.screen === "guide"
                 view: root.view
             }
 

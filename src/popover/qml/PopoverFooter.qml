@@ -40,6 +40,10 @@ ColumnLayout {
             command: footer.view.footer.meter
             onClicked: footer.view.openMeter()
         }
+        FooterButton {
+            command: footer.view.footer.guide
+            onClicked: footer.view.showGuide()
+        }
         Item { Layout.fillWidth: true }
         FooterButton {
             command: footer.view.footer.quit

@@ -44,7 +44,15 @@ RowLayout {
         spacing: 4
         PlainButton {
             Layout.fillWidth: true
-            visible: header.view.header.showSignIn
+            visible: header.view.screen !== "main"
+            text: header.view.header.back.label
+            symbol: header.view.header.back.symbol
+            fontSize: 11
+            onClicked: header.view.back()
+        }
+        PlainButton {
+            Layout.fillWidth: true
+            visible: header.view.screen === "main" && header.view.header.showSignIn
             text: header.view.header.signIn.label
             symbol: header.view.header.signIn.symbol
             help: header.view.header.signIn.help
@@ -55,7 +63,7 @@ RowLayout {
         }
         PlainButton {
             Layout.fillWidth: true
-            visible: !header.view.header.loading
+            visible: header.view.screen === "main" && !header.view.header.loading
             text: header.view.header.update.label
             symbol: header.view.header.update.symbol
             help: header.view.header.update.help

@@ -32,24 +32,4 @@ SectionPanel {
         onClicked: panel.view.openWorkspace()
     }
 
-    // The account behind cloud sync.
-    Text {
-        Layout.fillWidth: true
-        visible: !panel.view.sharing.signedIn
-        text: panel.view.sharing.accountText
-        wrapMode: Text.WordWrap
-        font.pixelSize: 11
-        color: palette.placeholderText
-    }
-    PlainButton {
-        visible: !panel.view.sharing.signedIn
-        text: panel.view.sharing.signIn.label
-        enabled: panel.view.sharing.signIn.enabled
-        onClicked: panel.view.startSignIn()
-    }
-    PlainButton {
-        visible: panel.view.sharing.signedIn
-        text: panel.view.sharing.signOut.label
-        onClicked: panel.view.askSignOut()
-    }
 }
