@@ -1,5 +1,7 @@
 #include "cli/cli.h"
 
+#include "cli/mcp_commands.h"
+
 #include "app/status_model.h"
 #include "app/web_links.h"
 #include "daemon_link/meter_client.h"
@@ -52,6 +54,13 @@ Commands:
                     the same without opening the browser
   signout           sign this computer out of quon (asks first)
   signout --yes     sign out without asking
+  mcp status        show whether Claude Code, Claude Desktop and Codex are connected to the
+                    meter's MCP server, and with the current token
+  mcp install [--client claude-code|claude-desktop|codex|all]
+                    connect the AI clients (all by default) in their own configuration files
+  mcp snippet --client NAME
+                    print the configuration snippet for one client
+  guide             print the agent guide's project rules (quonbrix guide >> AGENTS.md)
 
 Options:
   -h, --help        show this help and exit
@@ -60,6 +69,8 @@ Options:
 Environment:
   QUON_BRIX_ADMIN_PORT   the daemon's admin port on 127.0.0.1 (default 8511)
   QUON_BRIX_DAEMON       the brixd executable the tray app starts and keeps running
+  QUON_BRIX_MCP_PORT     the daemon's MCP port on 127.0.0.1 (default 8510)
+  CODEX_HOME             where Codex keeps config.toml (default ~/.codex)
 )";
 
 QTextStream &out() {
@@ -422,6 +433,10 @@ int run(const QStringList &args, const Environment &env) {
     }
     if (command == QLatin1String("signin"))
         return signinCommand(args.mid(1));
+    if (command == QLatin1String("mcp"))
+        return mcpCommand(args.mid(1), env);
+    if (command == QLatin1String("guide"))
+        return guideCommand(args.mid(1));
     static const QStringList daemonCommands{QStringLiteral("status"), QStringLiteral("timer"),
                                             QStringLiteral("sync"), QStringLiteral("console"),
                                             QStringLiteral("signout")};

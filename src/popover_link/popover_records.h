@@ -641,7 +641,7 @@ enum class Command {
     CopySignInCommand,
     SignOut, // after the user confirmed it
     ShowMcpSetup,
-    SelectMcpClient,  // id: the client's name
+    SelectMcpClient, // id: the client's name
     CopyMcpSnippet,
     InstallMcpClient, // id: the client's name
     CopyAgentGuide,

@@ -104,12 +104,12 @@ view::Settings settingsGroup(const StatusModel &model, bool guideCopied) {
     s.rows.push_back(std::move(account));
 
     const bool opening = model.openingLocalConsole();
-    auto meter = row(view::SetupAction::OpenMeter, "gauge.with.dots.needle.50percent",
-                     QStringLiteral("Local meter"),
-                     QStringLiteral("Open this computer's private read-only meter. Your workspace "
-                                    "remains the primary console."),
-                     button(opening ? QStringLiteral("Opening") : QStringLiteral("Open"), {}, {},
-                            !opening));
+    auto meter =
+        row(view::SetupAction::OpenMeter, "gauge.with.dots.needle.50percent",
+            QStringLiteral("Local meter"),
+            QStringLiteral("Open this computer's private read-only meter. Your workspace "
+                           "remains the primary console."),
+            button(opening ? QStringLiteral("Opening") : QStringLiteral("Open"), {}, {}, !opening));
     meter.status = QStringLiteral("This computer");
     s.rows.push_back(std::move(meter));
 
@@ -119,11 +119,11 @@ view::Settings settingsGroup(const StatusModel &model, bool guideCopied) {
                                         "globally with one button, or copy per project."),
                          button(QStringLiteral("Set up"))));
 
-    auto guide = row(view::SetupAction::CopyAgentGuide, "doc.text",
-                     QStringLiteral("Copy agent guide"),
-                     QStringLiteral("Paste into AGENTS.md or CLAUDE.md so agents know how to "
-                                    "record usage."),
-                     button(QStringLiteral("Copy")));
+    auto guide =
+        row(view::SetupAction::CopyAgentGuide, "doc.text", QStringLiteral("Copy agent guide"),
+            QStringLiteral("Paste into AGENTS.md or CLAUDE.md so agents know how to "
+                           "record usage."),
+            button(QStringLiteral("Copy")));
     guide.done = guideCopied;
     s.rows.push_back(std::move(guide));
 
@@ -203,8 +203,8 @@ view::Guide setupGuide(bool signedIn) {
                             "完了時のトークン記録は Claude Code / Codex から brix_work_timer を"
                             "使います。")),
     };
-    g.localMeter = button(QStringLiteral("ローカルメーター"),
-                          QStringLiteral("arrow.up.right.square"));
+    g.localMeter =
+        button(QStringLiteral("ローカルメーター"), QStringLiteral("arrow.up.right.square"));
     g.workspace = button(QStringLiteral("ワークスペース"), QStringLiteral("arrow.up.right.square"));
     g.showWorkspace = signedIn;
     return g;

@@ -20,12 +20,11 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     : QObject(parent)
     , m_core(core)
     , m_options(std::move(options))
-    , m_presenter(new PopoverPresenter(&core.model(),
-                                       m_options.trayAvailable
-                                           ? QString()
-                                           : PopoverPresenter::noTrayHint(m_options.currentDesktop),
-                                       WebLinks::from(core.environment()),
-                                       core.environment(), this))
+    , m_presenter(new PopoverPresenter(
+          &core.model(),
+          m_options.trayAvailable ? QString()
+                                  : PopoverPresenter::noTrayHint(m_options.currentDesktop),
+          WebLinks::from(core.environment()), core.environment(), this))
     , m_host(new PopoverHost(m_options.popoverProgram, this)) {
     core.model().setUrlOpener(
         [opener = UrlOpener(QDBusConnection::sessionBus(), [](const QUrl &url) {
