@@ -4,6 +4,8 @@
 #include "daemon_link/records.h"
 #include "json/json_codec.h"
 
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QSignalSpy>
@@ -49,10 +51,11 @@ private Q_SLOTS:
     void watchFollowsTheDaemon();
     void usage_data();
     void usage();
+    void mcpInstallAndStatus();
 
 private:
     bool startSim(const QString &scenario, const QString &fault = {});
-    Result run(const QStringList &args, const QString &port = {});
+    Result run(const QStringList &args, const QString &port = {}, const QString &home = {});
 
     QTemporaryDir m_home;
     quint16 m_port = 0;
@@ -97,12 +100,14 @@ bool CliTest::startSim(const QString &scenario, const QString &fault) {
     return true;
 }
 
-Result CliTest::run(const QStringList &args, const QString &port) {
+Result CliTest::run(const QStringList &args, const QString &port, const QString &home) {
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("QUON_BRIX_ADMIN_PORT"),
                port.isNull() ? QString::number(m_port) : port);
-    env.insert(QStringLiteral("HOME"), m_home.path());
+    env.insert(QStringLiteral("HOME"), home.isEmpty() ? m_home.path() : home);
+    for (const char *name : {"CODEX_HOME", "XDG_CONFIG_HOME", "QUON_BRIX_MCP_PORT"})
+        env.remove(QString::fromLatin1(name));
     p.setProcessEnvironment(env);
     p.start(quonbrixBin, args);
     if (!p.waitForFinished(15000)) {
@@ -243,6 +248,15 @@ void CliTest::usage_data() {
     QTest::newRow("port that makes no URL")
         << QStringList{QStringLiteral("status")} << QStringLiteral("80 80") << 2
         << QStringLiteral("QUON_BRIX_ADMIN_PORT does not make a valid daemon URL");
+    QTest::newRow("mcp without what to do") << QStringList{QStringLiteral("mcp")} << QString() << 2
+                                            << QStringLiteral("usage: quonbrix mcp status");
+    QTest::newRow("snippet of a client we do not know")
+        << QStringList{QStringLiteral("mcp"), QStringLiteral("snippet"), QStringLiteral("--client"),
+                       QStringLiteral("vim")}
+        << QString() << 2 << QStringLiteral("usage: quonbrix mcp status");
+    QTest::newRow("guide prints the project rules, not the whole guide")
+        << QStringList{QStringLiteral("guide")} << QString() << 0
+        << QStringLiteral("brix_work_timer");
 }
 
 void CliTest::usage() {
@@ -254,6 +268,37 @@ void CliTest::usage() {
     QCOMPARE(r.exitCode, exitCode);
     const QString text = QString::fromUtf8(exitCode == 0 ? r.out : r.err);
     QVERIFY2(text.contains(expected), qPrintable(text));
+}
+
+// Installs into real files of a fresh home: all three, again (nothing to do), then a Claude
+// Code file that no longer parses is refused and left as it was while the others still pass.
+void CliTest::mcpInstallAndStatus() {
+    QTemporaryDir home;
+    QVERIFY(QDir(home.path()).mkpath(QStringLiteral(".quon-brix")));
+    QFile token(home.filePath(QStringLiteral(".quon-brix/admin-token")));
+    QVERIFY(token.open(QIODevice::WriteOnly) && token.write("s3cr3t\n") == 7);
+    token.close();
+    const QStringList install{QStringLiteral("mcp"), QStringLiteral("install")};
+
+    Result r = run(install, {}, home.path());
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(QString::fromUtf8(r.out).count(QStringLiteral(": Installed\n")), 3);
+    r = run(install, {}, home.path());
+    QCOMPARE(QString::fromUtf8(r.out).count(QStringLiteral(": Already up to date\n")), 3);
+    r = run({QStringLiteral("mcp"), QStringLiteral("status")}, {}, home.path());
+    QCOMPARE(r.exitCode, 0);
+    QCOMPARE(QString::fromUtf8(r.out).count(QStringLiteral("  Installed  ")), 3);
+    QVERIFY(!r.out.contains("s3cr3t")); // the table never shows the token
+
+    QFile claude(home.filePath(QStringLiteral(".claude.json")));
+    QVERIFY(claude.open(QIODevice::WriteOnly) && claude.write("{\"projects\": {") > 0);
+    claude.close();
+    r = run(install, {}, home.path());
+    QCOMPARE(r.exitCode, 1);
+    QVERIFY2(r.err.contains("Claude Code: ") && r.err.contains("is not valid JSON"), r.err);
+    QCOMPARE(QString::fromUtf8(r.out).count(QStringLiteral(": Already up to date\n")), 2);
+    QVERIFY(claude.open(QIODevice::ReadOnly));
+    QCOMPARE(claude.readAll(), QByteArray("{\"projects\": {"));
 }
 
 QTEST_GUILESS_MAIN(CliTest)

@@ -8,6 +8,8 @@
 #include "ui/popover_presenter.h"
 #include "ui/work_panels.h"
 
+#include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -94,6 +96,7 @@ private Q_SLOTS:
     void clockTicksOnlyWhileShownAndRunning();
     void buttonsWaitForTheirCommand();
     void projectsAndSharing();
+    void clientSetupFromThePopover();
 };
 
 void WorkPanelTest::timerRows() {
@@ -189,6 +192,64 @@ void WorkPanelTest::projectsAndSharing() {
     QCOMPARE(sharing.summary, QStringLiteral("1 project label shared. Details stay in console."));
     QCOMPARE(updateButton(rig.status).label, QStringLiteral("Update now"));
     QCOMPARE(footer(rig.status).workspace.label, QStringLiteral("Open workspace"));
+}
+
+// The set-up screen as the person uses it: no token yet, then the daemon's token, an install
+// into a real file in the home folder, the copied snippet and another client chosen.
+void WorkPanelTest::clientSetupFromThePopover() {
+    Rig rig;
+    const auto mcp = [&rig] { return *rig.presenter.state().mcp; };
+    const auto command = [&rig](view::Command c, const char *client = nullptr) {
+        rig.presenter.perform({view::toWire(c), std::nullopt, std::nullopt,
+                               client ? std::optional(QString::fromLatin1(client)) : std::nullopt});
+    };
+    const auto clientState = [&mcp](int i) { return mcp().clients.at(size_t(i)).state; };
+    QSignalSpy changes(&rig.presenter, &PopoverPresenter::changed);
+    rig.presenter.startShowing();
+
+    command(view::Command::ShowMcpSetup);
+    QTRY_COMPARE(clientState(2), QStringLiteral("Not installed"));
+    QVERIFY(!mcp().install.enabled);
+    QVERIFY(!mcp().waitingText.isEmpty());
+    QVERIFY(mcp().snippet.contains(QStringLiteral("Bearer <admin-token>")));
+
+    QVERIFY(QDir(rig.home.path()).mkpath(QStringLiteral(".quon-brix")));
+    QFile token(rig.home.filePath(QStringLiteral(".quon-brix/admin-token")));
+    QVERIFY(token.open(QIODevice::WriteOnly) && token.write("tok-1\n") == 6);
+    token.close();
+    command(view::Command::ShowMcpSetup);
+    QTRY_VERIFY(mcp().install.enabled);
+    QVERIFY(mcp().waitingText.isEmpty());
+
+    command(view::Command::SelectMcpClient, "codex");
+    QCOMPARE(mcp().selectedClient, QStringLiteral("codex"));
+    QVERIFY(mcp().snippet.startsWith(QStringLiteral("[mcp_servers.quon-brix]")));
+    command(view::Command::InstallMcpClient, "codex");
+    QTRY_COMPARE(mcp().result, QStringLiteral("Installed"));
+    QTRY_COMPARE(clientState(2), QStringLiteral("Installed"));
+    QVERIFY(QFile::exists(rig.home.filePath(QStringLiteral(".codex/config.toml"))));
+    command(view::Command::InstallMcpClient, "codex");
+    QTRY_COMPARE(mcp().result, QStringLiteral("Already up to date"));
+
+    // A new token makes the installed entry stale; "Update" is offered and fixes it.
+    QVERIFY(token.open(QIODevice::WriteOnly) && token.write("tok-2\n") == 6);
+    token.close();
+    command(view::Command::ShowMcpSetup);
+    QTRY_COMPARE(clientState(2), QStringLiteral("Installed · token out of date"));
+    QVERIFY(mcp().clients.at(2).showUpdate);
+    command(view::Command::InstallMcpClient, "codex");
+    QTRY_COMPARE(clientState(2), QStringLiteral("Installed"));
+    QCOMPARE(mcp().result, QStringLiteral("Updated"));
+
+    QSignalSpy copies(&rig.presenter, &PopoverPresenter::copyRequested);
+    command(view::Command::CopyMcpSnippet);
+    QCOMPARE(copies.size(), 1);
+    QCOMPARE(copies.at(0).at(0).toString(), mcp().snippet);
+    QCOMPARE(mcp().copy.label, QStringLiteral("Copied"));
+    command(view::Command::SelectMcpClient, "claude-desktop");
+    QCOMPARE(mcp().copy.label, QStringLiteral("Copy"));
+    QVERIFY(mcp().result.isEmpty()); // each client shows its own last result
+    QVERIFY(changes.size() > 0);
 }
 
 QTEST_MAIN(WorkPanelTest)
