@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,9 +56,14 @@ std::optional<FileStamp> currentStamp(const QByteArray &native) {
     return std::nullopt;
 }
 
-// `readAs`, when given, must still describe the target just before the rename.
+// What the target must still be just before the rename.
+struct AsRead {
+    const FileStamp &stamp;
+    const QByteArray &bytes;
+};
+
 GuardedWrite replace(const QString &path, const QByteArray &bytes, mode_t mode,
-                     const FileStamp *readAs, QString &failure) {
+                     const AsRead *readAs, QString &failure) {
     const QFileInfo info(path);
     const QByteArray native = QFile::encodeName(path);
     QByteArray temp = QFile::encodeName(info.absolutePath()) + "/." +
@@ -90,7 +96,7 @@ GuardedWrite replace(const QString &path, const QByteArray &bytes, mode_t mode,
             failedStep = "cannot check";
             err = errno;
         } else {
-            changed = *now != *readAs;
+            changed = *now != readAs->stamp || (now->exists && !holdsExactly(path, readAs->bytes));
         }
     }
     if (!failedStep && !changed && ::rename(temp.constData(), native.constData()) != 0) {
@@ -220,9 +226,35 @@ std::optional<QString> readFileStamped(const QString &path, QByteArray &bytes, F
     return std::nullopt;
 }
 
+bool holdsExactly(const QString &path, const QByteArray &bytes) {
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat st = {};
+    bool same = ::fstat(fd, &st) == 0 && st.st_size == off_t(bytes.size());
+    constexpr size_t kChunk = 1 << 20;
+    const auto chunk = std::make_unique<char[]>(kChunk);
+    qsizetype at = 0;
+    while (same) {
+        const ssize_t n = ::read(fd, chunk.get(), kChunk);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            same = n == 0 && at == bytes.size();
+            break;
+        }
+        same = at + n <= bytes.size() && std::memcmp(chunk.get(), bytes.constData() + at, n) == 0;
+        at += n;
+    }
+    ::close(fd);
+    return same;
+}
+
 GuardedWrite writeFileIfUnchanged(const QString &path, const QByteArray &bytes, mode_t newFileMode,
-                                  const FileStamp &readAs, QString &failure) {
-    return replace(path, bytes, modeFor(path, newFileMode), &readAs, failure);
+                                  const FileStamp &readAs, const QByteArray &readBytes,
+                                  QString &failure) {
+    const AsRead asRead{readAs, readBytes};
+    return replace(path, bytes, modeFor(path, newFileMode), &asRead, failure);
 }
 
 } // namespace quonbrix::files

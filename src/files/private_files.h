@@ -47,11 +47,17 @@ struct FileStamp {
 // reads as an empty, non-existent one. Returns what went wrong, if anything.
 std::optional<QString> readFileStamped(const QString &path, QByteArray &bytes, FileStamp &stamp);
 
+// Whether the file at `path` holds exactly `bytes`; read in pieces, so a big file is not held
+// twice.
+bool holdsExactly(const QString &path, const QByteArray &bytes);
+
 enum class GuardedWrite { Written, TargetChanged, Failed };
 // writeFileAtomically for files other programs rewrite too: the target is only replaced while it
-// still matches `readAs`, checked just before the rename, so their change is not overwritten
-// with content merged from an older copy. TargetChanged writes nothing; Failed sets `failure`.
+// is still as it was read (`readAs`, and `readBytes` for a rewrite within the same clock tick),
+// checked just before the rename, so their change is not overwritten with content merged from
+// an older copy. TargetChanged writes nothing; Failed sets `failure`.
 GuardedWrite writeFileIfUnchanged(const QString &path, const QByteArray &bytes, mode_t newFileMode,
-                                  const FileStamp &readAs, QString &failure);
+                                  const FileStamp &readAs, const QByteArray &readBytes,
+                                  QString &failure);
 
 } // namespace quonbrix::files

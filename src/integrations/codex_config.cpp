@@ -17,27 +17,19 @@ namespace quonbrix::integrations {
 
 namespace {
 
-// ^ and $ see LF, CR and CRLF alike, so CRLF files match as LF files do.
-const QRegularExpression &mainHeader() {
-    static const QRegularExpression re(
+// The headers of tables, as the lines they are on. ^ and $ see LF, CR and CRLF alike, so CRLF
+// files match as LF files do. Made for each edit: edits may run on several threads at once.
+struct Headers {
+    QRegularExpression ours{
         QStringLiteral(R"((*ANYCRLF)^\[mcp_servers\.(?:quon-brix|"quon-brix"|'quon-brix')\])"
                        R"([ \t]*(?:#[^\r\n]*)?$)"),
-        QRegularExpression::MultilineOption);
-    return re;
-}
-
-const QRegularExpression &subTableHeader() {
-    static const QRegularExpression re(
+        QRegularExpression::MultilineOption};
+    QRegularExpression oursSub{
         QStringLiteral(R"((*ANYCRLF)^\[mcp_servers\.(?:quon-brix|"quon-brix"|'quon-brix')\.)"),
-        QRegularExpression::MultilineOption);
-    return re;
-}
-
-const QRegularExpression &anyHeader() {
-    static const QRegularExpression re(QStringLiteral(R"((*ANYCRLF)^\[[^\]\r\n]+\])"),
-                                       QRegularExpression::MultilineOption);
-    return re;
-}
+        QRegularExpression::MultilineOption};
+    QRegularExpression any{QStringLiteral(R"((*ANYCRLF)^\[[^\]\r\n]+\])"),
+                           QRegularExpression::MultilineOption};
+};
 
 std::optional<toml::table> parseToml(const QByteArray &bytes) {
     try {
@@ -59,13 +51,14 @@ bool isBlankOrComment(QStringView line) {
 
 // The table whose header line starts at `start`: up to the next header that is not one of our
 // sub-tables, less the comments and blank lines it ends with, which belong to what follows.
-std::pair<qsizetype, qsizetype> tableRange(const QString &text, qsizetype start) {
+std::pair<qsizetype, qsizetype> tableRange(const Headers &re, const QString &text,
+                                           qsizetype start) {
     const qsizetype bodyStart = lineEnd(text, start);
     qsizetype end = text.size();
-    auto headers = anyHeader().globalMatch(text, bodyStart);
+    auto headers = re.any.globalMatch(text, bodyStart);
     while (headers.hasNext()) {
         const qsizetype at = headers.next().capturedStart();
-        if (subTableHeader()
+        if (re.oursSub
                 .match(text, at, QRegularExpression::NormalMatch,
                        QRegularExpression::AnchorAtOffsetMatchOption)
                 .hasMatch())
@@ -120,11 +113,12 @@ struct CodexEdit {
 };
 
 CodexEdit editCodexText(const QString &text, const QString &block) {
+    const Headers re;
     std::vector<std::pair<qsizetype, qsizetype>> ranges;
-    for (const QRegularExpression *re : {&mainHeader(), &subTableHeader()}) {
-        auto matches = re->globalMatch(text);
+    for (const QRegularExpression *header : {&re.ours, &re.oursSub}) {
+        auto matches = header->globalMatch(text);
         while (matches.hasNext())
-            ranges.push_back(tableRange(text, matches.next().capturedStart()));
+            ranges.push_back(tableRange(re, text, matches.next().capturedStart()));
     }
     std::sort(ranges.begin(), ranges.end());
 

@@ -4,46 +4,9 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <memory>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace quonbrix::integrations {
-
-namespace {
-
-constexpr int kAttempts = 3;
-
-// The file as it is on disk now equals `bytes`: read back in pieces, so a big file is not held
-// twice.
-bool readsBackAs(const QString &path, const QByteArray &bytes) {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    struct stat st = {};
-    bool same = ::fstat(fd, &st) == 0 && st.st_size == off_t(bytes.size());
-    constexpr size_t kChunk = 1 << 20;
-    const auto chunk = std::make_unique<char[]>(kChunk);
-    qsizetype at = 0;
-    while (same) {
-        const ssize_t n = ::read(fd, chunk.get(), kChunk);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            same = n == 0 && at == bytes.size();
-            break;
-        }
-        same = at + n <= bytes.size() && std::memcmp(chunk.get(), bytes.constData() + at, n) == 0;
-        at += n;
-    }
-    ::close(fd);
-    return same;
-}
-
-} // namespace
 
 InstallResult failed(QString message) {
     return {InstallResult::Kind::Failed, std::move(message)};
@@ -73,7 +36,7 @@ InstallResult editConfigFile(const QString &path, const Editor &editor,
     if (const auto failure = files::makePrivatePath(QFileInfo(target).absolutePath()))
         return failed(*failure);
 
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    for (int attempt = 0; attempt < 3; ++attempt) {
         QByteArray current;
         files::FileStamp readAs;
         if (const auto failure = files::readFileStamped(target, current, readAs))
@@ -84,13 +47,12 @@ InstallResult editConfigFile(const QString &path, const Editor &editor,
         if (edit.result.kind == InstallResult::Kind::Unchanged ||
             edit.result.kind == InstallResult::Kind::Failed)
             return edit.result;
-        current = QByteArray(); // not needed any more: a big file is not held three times
 
         // A new file holds the admin token: only its owner may read it.
         QString failure;
-        switch (files::writeFileIfUnchanged(target, edit.bytes, 0600, readAs, failure)) {
+        switch (files::writeFileIfUnchanged(target, edit.bytes, 0600, readAs, current, failure)) {
         case files::GuardedWrite::Written:
-            if (!readsBackAs(target, edit.bytes))
+            if (!files::holdsExactly(target, edit.bytes))
                 return failed(QStringLiteral("%1 does not read back as written — check it and "
                                              "try again.")
                                   .arg(path));

@@ -40,6 +40,8 @@ struct Node {
     uint8_t text = 0; // which text the offsets point into: 0 the file, 1 our entry
 };
 
+static_assert(sizeof(Node) == 24);
+
 // Nodes in fixed blocks: growing never copies what is there, and at most one block is slack.
 class NodeStore {
 public:
