@@ -88,7 +88,9 @@ private Q_SLOTS:
     void jsonSecondInstallLeavesTheFileAlone();
     void jsonSymlink_data();
     void jsonSymlink();
+    void jsonAnotherWriterBetweenReadAndWrite_data();
     void jsonAnotherWriterBetweenReadAndWrite();
+    void installWithoutToken();
     void fileModes_data();
     void fileModes();
 
@@ -363,27 +365,50 @@ void IntegrationsTest::jsonSymlink() {
     QCOMPARE(readFile(target), expected);
 }
 
-void IntegrationsTest::jsonAnotherWriterBetweenReadAndWrite() {
-    const QString file = path(QStringLiteral(".claude.json"));
-    writeFile(file, R"({"numStartups": 1})");
-    int reads = 0;
-    // Claude Code saving its state right after our read, in place.
-    const InstallResult result =
-        installJSON(file, QJsonObject{{QStringLiteral("url"), QStringLiteral("u")}}, [&] {
-            if (++reads == 1)
-                writeFile(file, R"({"numStartups": 2, "tipsHistory": {}})");
-        });
-    QCOMPARE(result.kind, InstallResult::Kind::Added);
-    QCOMPARE(reads, 2);
-    QCOMPARE(readFile(file), QByteArray("{\n"
+void IntegrationsTest::jsonAnotherWriterBetweenReadAndWrite_data() {
+    QTest::addColumn<int>("saves"); // after how many of our reads the other program saves
+    QTest::addColumn<QByteArray>("after");
+    QTest::addColumn<QString>("failure");
+    QTest::newRow("once") << 1
+                          << QByteArray("{\n"
                                         "  \"mcpServers\": {\n"
                                         "    \"quon-brix\": {\n"
                                         "      \"url\": \"u\"\n"
                                         "    }\n"
                                         "  },\n"
-                                        "  \"numStartups\": 2,\n"
-                                        "  \"tipsHistory\": {}\n"
-                                        "}\n"));
+                                        "  \"numStartups\": 2\n"
+                                        "}\n")
+                          << QString();
+    QTest::newRow("at every read") << 3 << QByteArray(R"({"numStartups": 4})")
+                                   << QStringLiteral(" kept changing while it was being updated — "
+                                                     "try again.");
+}
+
+void IntegrationsTest::jsonAnotherWriterBetweenReadAndWrite() {
+    QFETCH(int, saves);
+    QFETCH(QByteArray, after);
+    QFETCH(QString, failure);
+    const QString file = path(QStringLiteral(".claude.json"));
+    writeFile(file, R"({"numStartups": 1})");
+    int reads = 0;
+    // Claude Code saving its state in place right after our read: same size, and likely within
+    // the same tick of the file system's clock.
+    const InstallResult result =
+        installJSON(file, QJsonObject{{QStringLiteral("url"), QStringLiteral("u")}}, [&] {
+            if (++reads <= saves)
+                writeFile(file, "{\"numStartups\": " + QByteArray::number(reads + 1) + "}");
+        });
+    QCOMPARE(result.message, failure.isNull() ? QString() : file + failure);
+    QCOMPARE(reads, std::min(saves + 1, 3));
+    QCOMPARE(readFile(file), after);
+}
+
+void IntegrationsTest::installWithoutToken() {
+    QCOMPARE(install(McpClient::ClaudeCode, QString(), env()),
+             (InstallResult{InstallResult::Kind::Failed,
+                            QStringLiteral("Daemon hasn't issued a token yet — start the daemon "
+                                           "first.")}));
+    QVERIFY(!QFileInfo::exists(targetPath(McpClient::ClaudeCode, env())));
 }
 
 void IntegrationsTest::fileModes_data() {
