@@ -184,7 +184,8 @@ std::optional<QString> makePrivatePath(const QString &dir) {
 std::optional<QString> readFileStamped(const QString &path, QByteArray &bytes, FileStamp &stamp) {
     bytes.clear();
     stamp = {};
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    // Non-blocking, so a FIFO put in the file's place is reported instead of waited on.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         if (errno == ENOENT)
             return std::nullopt;

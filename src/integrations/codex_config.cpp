@@ -5,7 +5,6 @@
 #include "integrations/config_edit.h"
 #include "integrations/config_file.h"
 
-#include <QFile>
 #include <QRegularExpression>
 #include <algorithm>
 #include <string_view>
@@ -175,12 +174,11 @@ InstallResult installCodex(const QString &path, quint16 port, const QString &tok
 }
 
 InstalledEntry readCodexEntry(const QString &path) {
-    QFile file(path);
-    if (!file.exists())
+    const ConfigRead read = readConfig(path);
+    if (read.status == ConfigRead::Status::Missing)
         return {};
-    if (!file.open(QIODevice::ReadOnly))
-        return {InstalledEntry::Status::Unreadable, {}, {}};
-    const std::optional<toml::table> config = parseToml(file.readAll());
+    const std::optional<toml::table> config =
+        read.status == ConfigRead::Status::Read ? parseToml(read.bytes) : std::nullopt;
     if (!config)
         return {InstalledEntry::Status::Unreadable, {}, {}};
     const auto server = (*config)["mcp_servers"][mcpServerName.toStdString()];

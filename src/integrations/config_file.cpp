@@ -12,6 +12,16 @@ InstallResult failed(QString message) {
     return {InstallResult::Kind::Failed, std::move(message)};
 }
 
+ConfigRead readConfig(const QString &path) {
+    ConfigRead read;
+    files::FileStamp stamp;
+    if (files::readFileStamped(path, read.bytes, stamp))
+        read.status = ConfigRead::Status::Unreadable;
+    else if (stamp.exists)
+        read.status = ConfigRead::Status::Read;
+    return read;
+}
+
 QString followLinks(const QString &path) {
     QByteArray current = QFile::encodeName(path);
     // As many hops as the kernel allows; a loop then fails to open, with its own message.

@@ -27,4 +27,12 @@ QString followLinks(const QString &path);
 
 InstallResult failed(QString message);
 
+// A configuration file read for inspect().
+struct ConfigRead {
+    enum class Status { Missing, Unreadable, Read };
+    Status status = Status::Missing;
+    QByteArray bytes;
+};
+ConfigRead readConfig(const QString &path);
+
 } // namespace quonbrix::integrations

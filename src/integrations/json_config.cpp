@@ -6,7 +6,6 @@
 #include "integrations/config_edit.h"
 #include "integrations/config_file.h"
 
-#include <QFile>
 #include <QJsonDocument>
 #include <algorithm>
 #include <array>
@@ -726,14 +725,12 @@ InstallResult installJSON(const QString &path, const QJsonObject &entry,
 }
 
 InstalledEntry readJsonEntry(McpClient client, const QString &path) {
-    QFile file(path);
-    if (!file.exists())
+    const ConfigRead read = readConfig(path);
+    if (read.status == ConfigRead::Status::Missing)
         return {};
-    if (!file.open(QIODevice::ReadOnly))
-        return {InstalledEntry::Status::Unreadable, {}, {}};
-    const QByteArray bytes = file.readAll();
     Tree tree;
-    const Parsed parsed = parseInto(tree, 0, bytes);
+    const Parsed parsed =
+        read.status == ConfigRead::Status::Read ? parseInto(tree, 0, read.bytes) : Parsed{};
     if (parsed.status != Parsed::Status::Ok)
         return {InstalledEntry::Status::Unreadable, {}, {}};
 
