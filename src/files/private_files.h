@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QtGlobal>
 #include <optional>
 #include <sys/types.h>
 
@@ -25,5 +26,38 @@ std::optional<QString> writeFileAtomically(const QString &path, const QByteArray
 // The same for files only their owner may read: the result is 0600 whatever an earlier copy
 // allowed.
 std::optional<QString> writeOwnerOnly(const QString &path, const QByteArray &bytes);
+
+// Creates `dir` and whichever of its parents are missing, each new one 0700. Directories that
+// exist are left as they are: they may be shared ones such as ~/.config.
+std::optional<QString> makePrivatePath(const QString &dir);
+
+// How a file was when it was read, to tell whether anyone has replaced or rewritten it since.
+// A missing file has a stamp too: it must still be missing.
+struct FileStamp {
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    qint64 modifiedNs = 0;
+    qint64 changedNs = 0;
+    friend bool operator==(const FileStamp &, const FileStamp &) = default;
+};
+
+// Reads all of `path` with its stamp taken on the open file. A missing file is no failure: it
+// reads as an empty, non-existent one. Returns what went wrong, if anything.
+std::optional<QString> readFileStamped(const QString &path, QByteArray &bytes, FileStamp &stamp);
+
+// Whether the file at `path` holds exactly `bytes`; read in pieces, so a big file is not held
+// twice.
+bool holdsExactly(const QString &path, const QByteArray &bytes);
+
+enum class GuardedWrite { Written, TargetChanged, Failed };
+// writeFileAtomically for files other programs rewrite too: the target is only replaced while it
+// is still as it was read (`readAs`, and `readBytes` for a rewrite within the same clock tick),
+// checked just before the rename, so their change is not overwritten with content merged from
+// an older copy. TargetChanged writes nothing; Failed sets `failure`.
+GuardedWrite writeFileIfUnchanged(const QString &path, const QByteArray &bytes, mode_t newFileMode,
+                                  const FileStamp &readAs, const QByteArray &readBytes,
+                                  QString &failure);
 
 } // namespace quonbrix::files
