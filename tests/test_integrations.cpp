@@ -419,8 +419,8 @@ void IntegrationsTest::fileModes_data() {
     QTest::newRow("new JSON file")
         << McpClient::ClaudeDesktop << QStringLiteral(".config/Claude/claude_desktop_config.json")
         << 0 << 0600;
-    QTest::newRow("JSON file keeps its mode")
-        << McpClient::ClaudeCode << QStringLiteral(".claude.json") << 0640 << 0640;
+    QTest::newRow("JSON file keeps its owner's mode, loses others' reading (it holds the token)")
+        << McpClient::ClaudeCode << QStringLiteral(".claude.json") << 0744 << 0700;
     QTest::newRow("new TOML file")
         << McpClient::Codex << QStringLiteral(".codex/config.toml") << 0 << 0600;
 }

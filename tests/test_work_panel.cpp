@@ -235,6 +235,7 @@ void WorkPanelTest::clientSetupFromThePopover() {
     QVERIFY(token.open(QIODevice::WriteOnly) && token.write("tok-2\n") == 6);
     token.close();
     command(view::Command::ShowMcpSetup);
+    QVERIFY(mcp().result.isEmpty()); // a screen shown anew starts without old outcomes
     QTRY_COMPARE(clientState(2), QStringLiteral("Installed · token out of date"));
     QVERIFY(mcp().clients.at(2).showUpdate);
     command(view::Command::InstallMcpClient, "codex");

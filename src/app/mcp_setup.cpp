@@ -35,6 +35,12 @@ McpSetup::McpSetup(Environment env, QObject *parent)
     , m_env(std::move(env)) {}
 
 void McpSetup::refresh() {
+    // A screen shown anew starts without the outcomes of the last one.
+    if (!m_results.isEmpty() || m_copied) {
+        m_results.clear();
+        m_copied = false;
+        Q_EMIT changed();
+    }
     const quint64 generation = ++m_generation;
     const Environment env = m_env;
     runOffThread<QString>(

@@ -22,7 +22,8 @@ public:
 
     const Environment &environment() const { return m_env; }
 
-    // Reads the token again and checks every client's file: the screen is being shown.
+    // Reads the token again and checks every client's file: the screen is being shown. The
+    // last screen's install outcomes and "Copied" are forgotten.
     void refresh();
 
     integrations::McpClient selected() const { return m_selected; }

@@ -255,7 +255,7 @@ GuardedWrite writeFileIfUnchanged(const QString &path, const QByteArray &bytes, 
                                   const FileStamp &readAs, const QByteArray &readBytes,
                                   QString &failure) {
     const AsRead asRead{readAs, readBytes};
-    return replace(path, bytes, modeFor(path, newFileMode), &asRead, failure);
+    return replace(path, bytes, modeFor(path, newFileMode) & ~mode_t(077), &asRead, failure);
 }
 
 } // namespace quonbrix::files

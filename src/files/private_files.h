@@ -55,7 +55,9 @@ enum class GuardedWrite { Written, TargetChanged, Failed };
 // writeFileAtomically for files other programs rewrite too: the target is only replaced while it
 // is still as it was read (`readAs`, and `readBytes` for a rewrite within the same clock tick),
 // checked just before the rename, so their change is not overwritten with content merged from
-// an older copy. TargetChanged writes nothing; Failed sets `failure`.
+// an older copy. TargetChanged writes nothing; Failed sets `failure`. An existing target keeps
+// its owner's permissions but loses any for group and others: what goes into these files (the
+// daemon's token) is for their owner only.
 GuardedWrite writeFileIfUnchanged(const QString &path, const QByteArray &bytes, mode_t newFileMode,
                                   const FileStamp &readAs, const QByteArray &readBytes,
                                   QString &failure);

@@ -89,7 +89,7 @@ SectionPanel {
             Text {
                 Layout.fillWidth: true
                 text: clientState.state
-                elide: Text.ElideRight
+                wrapMode: Text.WordWrap
                 font.pixelSize: 11
                 color: clientState.stateColor
             }
