@@ -97,16 +97,24 @@ Window {
                 view: root.view
             }
 
-            McpSetupScreen {
+            // The other screens exist only while shown: laid out while hidden, the guide's
+            // Japanese alone would load a CJK font into every popover.
+            Loader {
                 Layout.fillWidth: true
-                visible: root.view.screen === "mcp"
-                view: root.view
+                active: root.view.screen === "mcp"
+                visible: active
+                sourceComponent: Component {
+                    McpSetupScreen { view: root.view }
+                }
             }
 
-            SetupGuideScreen {
+            Loader {
                 Layout.fillWidth: true
-                visible: root.view.screen === "guide"
-                view: root.view
+                active: root.view.screen === "guide"
+                visible: active
+                sourceComponent: Component {
+                    SetupGuideScreen { view: root.view }
+                }
             }
 
             PopoverFooter {
@@ -128,10 +136,12 @@ Window {
         visible: flick.visibleArea.heightRatio < 1
     }
 
-    SignOutOverlay {
+    Loader {
         anchors.fill: parent
-        visible: root.view.confirmingSignOut
-        view: root.view
+        active: root.view.confirmingSignOut
+        sourceComponent: Component {
+            SignOutOverlay { view: root.view }
+        }
     }
 
     HelpBubble {}
