@@ -31,6 +31,7 @@ PopoverApp::PopoverApp(Options options, QObject *parent)
             [this](const view::UserCommand &command) {
                 send({std::nullopt, command, std::nullopt});
             });
+    connect(&m_view, &PopoverView::closeRequested, &m_window, &PopoverWindow::close);
     connect(&m_window, &PopoverWindow::visibilityReported, this, [this](bool visible) {
         if (visible) {
             m_linger.stop();

@@ -146,6 +146,7 @@ void PopoverView::resetScreens() {
         m_settingsExpanded = false;
         Q_EMIT settingsExpandedChanged();
     }
+    Q_EMIT scrolledToTop();
 }
 
 void PopoverView::setScreen(const QString &screen) {
@@ -153,6 +154,14 @@ void PopoverView::setScreen(const QString &screen) {
         return;
     m_screen = screen;
     Q_EMIT screenChanged();
+    Q_EMIT scrolledToTop();
+}
+
+void PopoverView::escape() {
+    if (m_confirmingSignOut)
+        setConfirmingSignOut(false);
+    else
+        Q_EMIT closeRequested();
 }
 
 void PopoverView::toggleSettings() {

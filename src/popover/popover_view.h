@@ -89,6 +89,8 @@ public:
     Q_INVOKABLE void askSignOut();
     Q_INVOKABLE void cancelSignOut();
     Q_INVOKABLE void confirmSignOut();
+    // Escape: a confirmation on screen is dismissed, else the popover closes.
+    Q_INVOKABLE void escape();
     Q_INVOKABLE void toggleSettings();
     // A settings row's button, by the row's action name.
     Q_INVOKABLE void setupAction(const QString &action);
@@ -100,6 +102,9 @@ public:
 
 Q_SIGNALS:
     void commandRequested(const quonbrix::view::UserCommand &command);
+    void closeRequested();
+    // The panels go back to their top (a new popover, another screen).
+    void scrolledToTop();
     void headerChanged();
     void signInChanged();
     void signOutChanged();

@@ -3,6 +3,7 @@
 #include "popover/popover_placement.h"
 #include "popover/popover_view.h"
 #include "popover/symbols.h"
+#include "popover/x11_window_state.h"
 
 #include <QCursor>
 #include <QGuiApplication>
@@ -23,6 +24,8 @@ constexpr qint64 clickAfterFocusLossMs = 300;
 // Where no frame is ever reported (some platforms draw without telling), the window counts as
 // shown after this long.
 constexpr int frameWaitMs = 1000;
+// What a panel or bar may take at an edge of a Wayland output.
+constexpr int waylandBarAllowance = 40;
 } // namespace
 
 PopoverWindow::PopoverWindow(PopoverView *view, QObject *parent)
@@ -73,6 +76,11 @@ bool PopoverWindow::load() {
         }
     });
     connect(m_window, &QQuickWindow::frameSwapped, this, &PopoverWindow::reportShown);
+    // The content's height changes with what is shown; the window follows within the screen.
+    const int wantedNotify = m_window->metaObject()->indexOfSignal("wantedHeightChanged()");
+    if (wantedNotify >= 0)
+        connect(m_window, m_window->metaObject()->method(wantedNotify), this,
+                metaObject()->method(metaObject()->indexOfSlot("fitToScreen()")));
     connect(m_window, &QWindow::activeChanged, this, [this] {
         if (m_mode == view::WindowMode::Popup && m_window->isVisible() && !m_window->isActive()) {
             m_sinceFocusLoss.start();
@@ -122,22 +130,24 @@ void PopoverWindow::open(std::optional<QRect> trayIcon) {
         return;
     }
     const bool wasVisible = m_window->isVisible();
-    // The screen the popover belongs on: the tray icon's, else the pointer's, else the primary.
-    const QPoint cursor = QCursor::pos();
+    // The screen the popover belongs on: the tray icon's (or where the tray was last clicked),
+    // else the pointer's, else the primary. Without a place from the tray it goes to the top
+    // right corner, where trays usually are, not to wherever the pointer happens to be.
     QScreen *screen = trayIcon ? QGuiApplication::screenAt(trayIcon->center()) : nullptr;
     if (!screen)
-        screen = QGuiApplication::screenAt(cursor);
+        screen = QGuiApplication::screenAt(QCursor::pos());
     if (!screen)
         screen = QGuiApplication::primaryScreen();
-    const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
-    // Never taller than that screen; the QML scrolls what does not fit.
-    m_window->setMaximumHeight(available.height() - 24);
+    m_available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
+    fitToScreen();
     if (m_mode == view::WindowMode::Popup) {
         const QSize size(qMax(m_window->width(), 1), qMax(m_window->height(), 1));
-        m_window->setPosition(popoverPosition(
-            size, trayIcon, screen ? std::optional<QPoint>(cursor) : std::nullopt, available));
+        m_window->setPosition(popoverPosition(size, trayIcon, std::nullopt, m_available));
     }
     m_window->show();
+    if (m_mode == view::WindowMode::Popup &&
+        QGuiApplication::platformName() == QLatin1String("xcb"))
+        keepOutOfTaskbar(m_window);
     m_window->raise();
     m_window->requestActivate();
     if (wasVisible) {
@@ -146,6 +156,27 @@ void PopoverWindow::open(std::optional<QRect> trayIcon) {
     }
     m_awaitingFrame = true;
     QTimer::singleShot(frameWaitMs, this, &PopoverWindow::reportShown);
+}
+
+void PopoverWindow::fitToScreen() {
+    if (!m_window)
+        return;
+    // Wayland hides the space panels and bars take (availableGeometry is the whole output), so
+    // there the popover keeps a bar's height clear at the top and at the bottom.
+    const bool wayland = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
+    const int limit = m_available.height() - (wayland ? 2 * waylandBarAllowance : 24);
+    const int wanted = m_window->property("wantedHeight").toInt();
+    const int height = qMax(1, wanted > 0 ? qMin(wanted, limit) : limit);
+    if (wayland && m_mode == view::WindowMode::Window) {
+        // A window of fixed size floats on tiling compositors (sway, Hyprland) instead of
+        // being stretched over a tile.
+        m_window->setMinimumSize(QSize(m_window->width(), height));
+        m_window->setMaximumSize(QSize(m_window->width(), height));
+    } else {
+        m_window->setMinimumHeight(0);
+        m_window->setMaximumHeight(limit);
+    }
+    m_window->resize(m_window->width(), height);
 }
 
 void PopoverWindow::reportShown() {

@@ -43,6 +43,10 @@ Q_SIGNALS:
     // window coming up is reported once its first frame is drawn.
     void visibilityReported(bool visible);
 
+private Q_SLOTS:
+    // Sizes the window to its content, within the screen it is on.
+    void fitToScreen();
+
 private:
     void setMode(view::WindowMode mode);
     void reportShown();
@@ -54,6 +58,7 @@ private:
     QElapsedTimer m_sinceFocusLoss;
     bool m_awaitingFrame = false;
     bool m_loadFailed = false;
+    QRect m_available = QRect(0, 0, 1280, 800);
 };
 
 } // namespace quonbrix

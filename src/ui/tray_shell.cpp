@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QCursor>
 #include <QCoreApplication>
 #include <QDesktopServices>
 #include <QDir>
@@ -62,8 +63,12 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     m_tray->setContextMenu(m_menu.get());
     connect(m_tray, &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger)
+                if (reason == QSystemTrayIcon::Trigger) {
+                    // A StatusNotifierItem host does not tell where the icon is; the pointer
+                    // that just clicked it is on it.
+                    m_lastTrayClick = QCursor::pos();
                     requestPopover(true);
+                }
             });
     m_tray->setIcon(m_renderer.icon(m_badge));
 }
@@ -90,6 +95,8 @@ void TrayShell::requestPopover(bool toggle) {
     std::optional<view::Rect> icon;
     if (const auto r = trayGeometry())
         icon = view::Rect{r->x(), r->y(), r->width(), r->height()};
+    else if (m_lastTrayClick) // a second `quonbrix` opens it where the tray click did
+        icon = view::Rect{m_lastTrayClick->x(), m_lastTrayClick->y(), 1, 1};
     m_host->show(m_presenter->startShowing(), {toWire(popoverMode()), toggle, icon});
 }
 

@@ -4,6 +4,7 @@
 #include "ui/tray_icon.h"
 
 #include <QObject>
+#include <QPoint>
 #include <QRect>
 #include <memory>
 #include <optional>
@@ -64,6 +65,8 @@ private:
     std::unique_ptr<QMenu> m_menu;
     TrayIconRenderer m_renderer;
     IconBadge m_badge = IconBadge::None;
+    // Where the tray icon was last clicked, for trays that do not report its place.
+    std::optional<QPoint> m_lastTrayClick;
 };
 
 } // namespace quonbrix

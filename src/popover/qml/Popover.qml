@@ -10,43 +10,67 @@ Window {
 
     width: 360
     readonly property bool mainContent: root.view.screen === "main" && !root.view.header.loading
-    height: content.implicitHeight + 24
+    // Header and footer always show; only the panels between them scroll, when the window is
+    // held to the screen's height (the app sets the limit).
+    // The height the content asks for; the app gives the window as much of it as the screen
+    // has room for.
+    property int wantedHeight: top.implicitHeight + panels.implicitHeight + bottom.implicitHeight
+                               + 24 + 20
     color: palette.window
 
-    // Scrolls when the window is held to the screen's height (the app sets the limit).
+    Shortcut {
+        sequence: StandardKey.Cancel
+        onActivated: root.view.escape()
+    }
+
+    Connections {
+        target: root.view
+        function onScrolledToTop() { flick.contentY = 0 }
+    }
+
+    ColumnLayout {
+        id: top
+        x: 12
+        y: 12
+        width: root.width - 24
+        spacing: 10
+
+        PopoverHeader {
+            Layout.fillWidth: true
+            view: root.view
+        }
+
+        SignInPanel {
+            Layout.fillWidth: true
+            visible: root.view.signIn.shown
+            view: root.view
+        }
+
+        Text {
+            Layout.fillWidth: true
+            visible: text.length > 0
+            text: root.view.header.trayHint
+            wrapMode: Text.WordWrap
+            font.pixelSize: 11
+            color: palette.placeholderText
+        }
+    }
+
     Flickable {
         id: flick
-        anchors.fill: parent
-        contentHeight: content.implicitHeight + 24
+        x: 0
+        y: top.y + top.height + 10
+        width: root.width
+        height: bottom.y - 10 - y
+        contentHeight: panels.implicitHeight
         boundsBehavior: Flickable.StopAtBounds
         clip: true
 
         ColumnLayout {
-            id: content
+            id: panels
             x: 12
-            y: 12
             width: flick.width - 24
             spacing: 10
-
-            PopoverHeader {
-                Layout.fillWidth: true
-                view: root.view
-            }
-
-            SignInPanel {
-                Layout.fillWidth: true
-                visible: root.view.signIn.shown
-                view: root.view
-            }
-
-            Text {
-                Layout.fillWidth: true
-                visible: text.length > 0
-                text: root.view.header.trayHint
-                wrapMode: Text.WordWrap
-                font.pixelSize: 11
-                color: palette.placeholderText
-            }
 
             RowLayout {
                 Layout.fillWidth: true
@@ -117,10 +141,6 @@ Window {
                 }
             }
 
-            PopoverFooter {
-                Layout.fillWidth: true
-                view: root.view
-            }
         }
     }
 
@@ -128,12 +148,22 @@ Window {
     Rectangle {
         anchors.right: parent.right
         anchors.rightMargin: 2
-        y: flick.visibleArea.yPosition * flick.height
-        width: 4
+        y: flick.y + flick.visibleArea.yPosition * flick.height
+        width: 5
         height: flick.visibleArea.heightRatio * flick.height
         radius: 2
-        color: palette.mid
+        color: palette.dark
+        opacity: 0.7
         visible: flick.visibleArea.heightRatio < 1
+        Accessible.ignored: true
+    }
+
+    PopoverFooter {
+        id: bottom
+        x: 12
+        y: root.height - height - 8
+        width: root.width - 24
+        view: root.view
     }
 
     Loader {
