@@ -210,6 +210,9 @@ void NotificationsTest::goalSequence() {
              QStringLiteral("message-new-instant"));
     QCOMPARE(first.replacesId, 0u);
     QCOMPARE(m_server->calls.at(1).replacesId, 0u); // "over" is a notice of its own
+    // Only the exceeded goal stays on screen until dismissed.
+    QCOMPARE(first.hints.value(QStringLiteral("urgency")).toInt(), 1);
+    QCOMPARE(m_server->calls.at(1).hints.value(QStringLiteral("urgency")).toInt(), 2);
     // The second pace warning of the same window replaces the first one still on screen.
     QCOMPARE(m_server->calls.at(2).replacesId, first.returnedId);
 
@@ -234,7 +237,7 @@ void NotificationsTest::providerSequences_data() {
         << list({"Codex Weekly at 90%"});
     QTest::newRow("stale silent, then fresh once")
         << list({"claude-code week 95 stale", "claude-code week 95", "claude-code week 96"})
-        << list({"Claude Code Weekly at 95%"});
+        << list({"Claude Code Weekly at 95% (critical)"});
     QTest::newRow("89.99 silent, 90 posts with the rounded percent")
         << list({"claude-code session 89.99", "claude-code session 90.4"})
         << list({"Claude Code 5h window at 90%"});
@@ -245,7 +248,7 @@ void NotificationsTest::providerSequences_data() {
         << list({"Claude Code Weekly at 91%", "Claude Code Weekly at 93%"});
     QTest::newRow("several in one pass, list order; scoped without a label")
         << list({"codex week 97; claude-code week_scoped 92"})
-        << list({"Codex Weekly at 97%", "Claude Code Weekly (model) at 92%"});
+        << list({"Codex Weekly at 97% (critical)", "Claude Code Weekly (model) at 92%"});
     QTest::newRow("an impossible percent is skipped, the rest still posts")
         << list({"claude-code week 1e300; codex week 91"}) << list({"Codex Weekly at 91%"});
 }
@@ -257,7 +260,13 @@ void NotificationsTest::providerSequences() {
     for (const QString &p : passes)
         bodies << withLimits(p);
     runPasses(bodies);
-    QCOMPARE(m_server->summaries(), titles);
+    // Titles, with the urgency a notification server keeps on screen marked.
+    QStringList seen;
+    for (const NotifyCall &call : m_server->calls)
+        seen << call.summary + (call.hints.value(QStringLiteral("urgency")).toInt() == 2
+                                    ? QStringLiteral(" (critical)")
+                                    : QString());
+    QCOMPARE(seen, titles);
 }
 
 void NotificationsTest::sameIdentifierReplaces() {

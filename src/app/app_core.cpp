@@ -33,7 +33,7 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
             [this](const std::optional<DaemonStatus> &status) {
                 for (const DesktopNotification &n : m_alerts.afterPass(status, m_clock->now()))
                     if (m_notifier)
-                        m_notifier->post(n.identifier, n.title, n.body);
+                        m_notifier->post(n.identifier, n.title, n.body, n.critical);
             });
     // Every successful timer command is a notification of its own (a fresh UUID each time).
     connect(m_model, &StatusModel::workTimerSucceeded, this,

@@ -36,7 +36,8 @@ std::optional<DesktopNotification> AlertRules::goal(const std::optional<DaemonSt
                                     : QStringLiteral("quon-brix goal exceeded"),
                                percent(used) + QStringLiteral(" used · ") +
                                    formatTokens(alert.windowHeadroom) +
-                                   QStringLiteral(" tokens left for this window")};
+                                   QStringLiteral(" tokens left for this window"),
+                               !warn};
 }
 
 std::vector<DesktopNotification>
@@ -70,7 +71,7 @@ AlertRules::providerLimits(const std::optional<DaemonStatus> &status, const QDat
         out.push_back({QStringLiteral("quon-brix-provider-limit-") + key,
                        providerDisplayName(s.source) + u' ' + providerLimitWindowName(s) +
                            QStringLiteral(" at ") + QString::number(*rounded) + u'%',
-                       body});
+                       body, limitSeverity(s.usedPercent) == LimitSeverity::Critical});
     }
     return out;
 }

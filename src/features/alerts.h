@@ -14,6 +14,9 @@ struct DesktopNotification {
     QString identifier;
     QString title;
     QString body;
+    // Kept on screen by the notification server until dismissed: a limit at 95 % or more and
+    // an exceeded goal.
+    bool critical = false;
 
     bool operator==(const DesktopNotification &) const = default;
 };

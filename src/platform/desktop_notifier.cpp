@@ -22,7 +22,8 @@ DesktopNotifier::DesktopNotifier(QDBusConnection bus, Options options, QObject *
                   SLOT(onClosed(uint, uint)));
 }
 
-void DesktopNotifier::post(const QString &identifier, const QString &title, const QString &body) {
+void DesktopNotifier::post(const QString &identifier, const QString &title, const QString &body,
+                           bool critical) {
     if (!m_bus.isConnected()) {
         if (!m_loggedFailure)
             qCInfo(lcNotify, "[QuonBrix] notifications: no session bus, notifications are off");
@@ -35,6 +36,8 @@ void DesktopNotifier::post(const QString &identifier, const QString &title, cons
     const QVariantMap hints{
         {QStringLiteral("desktop-entry"), m_options.desktopEntry},
         {QStringLiteral("sound-name"), m_options.soundName},
+        // The specification's byte: 1 normal, 2 critical.
+        {QStringLiteral("urgency"), QVariant::fromValue(uchar(critical ? 2 : 1))},
     };
     call << m_options.appName << m_ids.value(identifier) << m_options.icon << title << body
          << QStringList() << hints << qint32(-1);

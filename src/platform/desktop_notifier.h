@@ -27,7 +27,9 @@ public:
 
     // Returns at once; the server answers later. Without a server nothing happens beyond one
     // line in the log.
-    void post(const QString &identifier, const QString &title, const QString &body);
+    // `critical` asks the server to keep it on screen until dismissed.
+    void post(const QString &identifier, const QString &title, const QString &body,
+              bool critical = false);
 
     // The server's id for an identifier on screen, 0 when none (for tests and diagnostics).
     uint serverId(const QString &identifier) const { return m_ids.value(identifier); }

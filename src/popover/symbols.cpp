@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QIcon>
 #include <QImageReader>
+#include <QPainter>
 
 namespace quonbrix {
 
@@ -63,9 +64,15 @@ SymbolIcon symbolIcon(const QString &symbol) {
 SymbolImageProvider::SymbolImageProvider()
     : QQuickImageProvider(QQuickImageProvider::Image) {}
 
-QImage SymbolImageProvider::requestImage(const QString &id, QSize *size,
+QImage SymbolImageProvider::requestImage(const QString &request, QSize *size,
                                          const QSize &requestedSize) {
     const QSize wanted = requestedSize.isValid() ? requestedSize : QSize(16, 16);
+    // "name@rrggbb": the symbol in that colour. Theme symbols come in the theme's own grey and
+    // ours in a fixed one; the screen's colour (green for a running timer, orange, …) and the
+    // dark or light text colour are put on here.
+    const qsizetype at = request.lastIndexOf(QLatin1Char('@'));
+    const QString id = at < 0 ? request : request.left(at);
+    const QColor tint = at < 0 ? QColor() : QColor(QLatin1Char('#') + request.mid(at + 1));
     const SymbolIcon icon = symbolIcon(id);
     QImage image;
     if (!icon.themeName.isEmpty() && QIcon::hasThemeIcon(icon.themeName)) {
@@ -74,6 +81,12 @@ QImage SymbolImageProvider::requestImage(const QString &id, QSize *size,
         QImageReader reader(icon.bundled);
         reader.setScaledSize(wanted);
         image = reader.read();
+    }
+    if (tint.isValid() && !image.isNull()) {
+        image = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        QPainter painter(&image);
+        painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        painter.fillRect(image.rect(), tint);
     }
     if (size)
         *size = image.size();

@@ -13,7 +13,11 @@ SectionPanel {
     RowLayout {
         Layout.fillWidth: true
         visible: panel.view.limits.hasReadings
-        SymbolIcon { source: panel.view.limits.headline.symbol; size: 16 }
+        SymbolIcon {
+            source: panel.view.limits.headline.symbol
+            tint: panel.view.limits.headline.color
+            size: 16
+        }
         Text {
             Layout.fillWidth: true
             text: panel.view.limits.headline.text

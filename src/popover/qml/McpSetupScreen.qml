@@ -84,6 +84,7 @@ SectionPanel {
             }
             SymbolIcon {
                 source: clientState.stateSymbol
+                tint: clientState.stateColor
                 size: 12
             }
             Text {
@@ -177,6 +178,7 @@ SectionPanel {
         SymbolIcon {
             Layout.alignment: Qt.AlignTop
             source: screen.view.mcp.resultSymbol
+            tint: screen.view.mcp.resultColor
             size: 14
         }
         Text {

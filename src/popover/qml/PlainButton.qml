@@ -48,6 +48,8 @@ Rectangle {
         SymbolIcon {
             visible: button.symbol.length > 0
             source: button.symbol
+            tint: button.destructive ? "white"
+                  : button.prominent ? palette.highlightedText : palette.buttonText
             size: button.symbolSize
         }
         Text {

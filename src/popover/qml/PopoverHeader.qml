@@ -63,7 +63,7 @@ RowLayout {
         }
         PlainButton {
             Layout.fillWidth: true
-            visible: header.view.screen === "main" && !header.view.header.loading
+            visible: header.view.screen === "main"
             text: header.view.header.update.label
             symbol: header.view.header.update.symbol
             help: header.view.header.update.help

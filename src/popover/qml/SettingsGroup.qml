@@ -117,6 +117,7 @@ ColumnLayout {
                         SymbolIcon {
                             visible: rowItem.done
                             source: rowItem.doneSymbol
+                            tint: "#2fa84f"
                             size: 12
                         }
                     }

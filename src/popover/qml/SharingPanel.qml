@@ -10,7 +10,11 @@ SectionPanel {
 
     RowLayout {
         Layout.fillWidth: true
-        SymbolIcon { source: panel.view.sharing.symbol; size: 14 }
+        SymbolIcon {
+            source: panel.view.sharing.symbol
+            tint: panel.view.sharing.color
+            size: 14
+        }
         Text {
             text: panel.view.sharing.state
             color: panel.view.sharing.color

@@ -51,7 +51,7 @@ SectionPanel {
             required property var complete
             required property var cancel
             Layout.fillWidth: true
-            SymbolIcon { source: timer.statusSymbol; size: 14 }
+            SymbolIcon { source: timer.statusSymbol; tint: timer.color; size: 14 }
             ColumnLayout {
                 Layout.fillWidth: true
                 spacing: 0
@@ -101,7 +101,11 @@ SectionPanel {
     RowLayout {
         Layout.fillWidth: true
         visible: panel.view.work.feedback.text.length > 0
-        SymbolIcon { source: panel.view.work.feedback.symbol; size: 12 }
+        SymbolIcon {
+            source: panel.view.work.feedback.symbol
+            tint: panel.view.work.feedback.color
+            size: 12
+        }
         Text {
             Layout.fillWidth: true
             text: panel.view.work.feedback.text
