@@ -2,6 +2,7 @@
 // app when the popover is opened (see ui/popover_host.h). Not meant to be run by hand.
 
 #include "popover/popover_app.h"
+#include "popover/portal_color_scheme.h"
 
 #include <QGuiApplication>
 #include <QQmlEngineExtensionPlugin>
@@ -22,6 +23,8 @@ int main(int argc, char *argv[]) {
     QGuiApplication::setApplicationDisplayName(QStringLiteral("QuonBrix"));
     QGuiApplication::setDesktopFileName(QStringLiteral("quonbrix"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
+    // Dark under a dark desktop: the portal says which, whatever the platform theme.
+    quonbrix::PortalColorScheme colorScheme(QDBusConnection::sessionBus());
     quonbrix::PopoverApp popover({});
     QObject::connect(&popover, &quonbrix::PopoverApp::finished, &app, &QCoreApplication::quit);
     return QGuiApplication::exec();

@@ -5,11 +5,14 @@
 #include "app/app_core.h"
 #include "popover/popover_app.h"
 #include "popover/popover_placement.h"
+#include "popover/portal_color_scheme.h"
 #include "support/fake_daemon.h"
 #include "support/quick_items.h"
 #include "ui/account_panels.h"
 #include "ui/popover_presenter.h"
 
+#include <QDBusConnection>
+#include <QDBusVariant>
 #include <QProcess>
 #include <QQmlEngineExtensionPlugin>
 #include <QQuickItem>
@@ -140,6 +143,27 @@ struct PopoverRig {
     }
 };
 
+// The desktop portal's settings, as GNOME and KDE publish the colour scheme. Its Read answers
+// with the value wrapped twice, as the real portal's does.
+class FakeSettingsPortal : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.Settings")
+
+public:
+    uint scheme = 1;
+
+public Q_SLOTS:
+    QDBusVariant Read(const QString &group, const QString &key) {
+        if (group != QLatin1String("org.freedesktop.appearance") ||
+            key != QLatin1String("color-scheme"))
+            return {};
+        return QDBusVariant(QVariant::fromValue(QDBusVariant(scheme)));
+    }
+
+Q_SIGNALS:
+    void SettingChanged(const QString &group, const QString &key, const QDBusVariant &value);
+};
+
 } // namespace
 
 class PopoverTest : public QObject {
@@ -155,6 +179,7 @@ private Q_SLOTS:
     void placement();
     void signOutAsksFirst();
     void nearLimitsDayRenders();
+    void followsTheDesktopColorScheme();
 };
 
 void PopoverTest::rowsAnnounceOnlyWhatChanged_data() {
@@ -394,4 +419,36 @@ void PopoverTest::nearLimitsDayRenders() {
 }
 
 QTEST_MAIN(PopoverTest)
+// Dark from the start under a dark desktop, then whatever the desktop switches to, and the
+// platform's own palette back when the desktop states no preference.
+void PopoverTest::followsTheDesktopColorScheme() {
+    QDBusConnection server =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("portal"));
+    QVERIFY(server.isConnected());
+    FakeSettingsPortal portal;
+    QVERIFY(
+        server.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), &portal,
+                              QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
+    QVERIFY(server.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
+    const QColor platformWindow = QGuiApplication::palette().color(QPalette::Window);
+    const auto window = [] { return QGuiApplication::palette().color(QPalette::Window); };
+
+    PortalColorScheme follower(QDBusConnection::sessionBus());
+    QTRY_COMPARE(follower.scheme(), 1);
+    QCOMPARE(window(), PortalColorScheme::darkPalette().color(QPalette::Window));
+    QVERIFY(window().lightness() < 80);
+
+    const auto announce = [&portal](uint scheme) {
+        Q_EMIT portal.SettingChanged(QStringLiteral("org.freedesktop.appearance"),
+                                     QStringLiteral("color-scheme"), QDBusVariant(scheme));
+    };
+    announce(2);
+    QTRY_COMPARE(follower.scheme(), 2);
+    QCOMPARE(window(), PortalColorScheme::lightPalette().color(QPalette::Window));
+    announce(0);
+    QTRY_COMPARE(follower.scheme(), 0);
+    QCOMPARE(window(), platformWindow);
+    server.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
+}
+
 #include "test_popover.moc"
