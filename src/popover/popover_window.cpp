@@ -10,6 +10,7 @@
 #include <QLoggingCategory>
 #include <QQmlComponent>
 #include <QQmlEngine>
+#include <QQuickItem>
 #include <QScreen>
 #include <QTimer>
 
@@ -150,6 +151,10 @@ void PopoverWindow::open(std::optional<QRect> trayIcon) {
         keepOutOfTaskbar(m_window);
     m_window->raise();
     m_window->requestActivate();
+    // Keyboard users start on the first control, with its focus ring showing.
+    if (!wasVisible)
+        if (QQuickItem *first = m_window->contentItem()->nextItemInFocusChain(true))
+            first->forceActiveFocus(Qt::TabFocusReason);
     if (wasVisible) {
         Q_EMIT visibilityReported(true);
         return;

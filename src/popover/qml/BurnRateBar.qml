@@ -6,11 +6,18 @@ Rectangle {
     property real fraction: 0
     property color tint: palette.highlight
     property string help
+    // What a screen reader calls the bar ("Weekly", "Claude"); its value is the fill in %.
+    property string name
+    // Read by the accessibility bridge as the bar's value and range.
+    readonly property real value: Math.round(fraction * 100)
+    readonly property real minimumValue: 0
+    readonly property real maximumValue: 100
 
     implicitHeight: 8
     radius: height / 2
     color: Qt.rgba(palette.text.r, palette.text.g, palette.text.b, 0.12)
     Accessible.role: Accessible.ProgressBar
+    Accessible.name: name
     Accessible.description: help
 
     Rectangle {

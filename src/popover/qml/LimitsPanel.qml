@@ -97,6 +97,7 @@ SectionPanel {
                         Layout.fillWidth: true
                         fraction: row.fraction
                         tint: group.color
+                        name: row.windowName
                         help: row.help
                     }
                     ColumnLayout {

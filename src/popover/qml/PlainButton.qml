@@ -31,6 +31,8 @@ Rectangle {
     border.color: activeFocus ? palette.highlight : palette.mid
     activeFocusOnTab: true
     Accessible.role: Accessible.Button
+    // Hidden buttons (another screen's, a closed panel's) are not read out.
+    Accessible.ignored: !visible
     Accessible.name: text
     Accessible.description: help
     Accessible.onPressAction: button.clicked()

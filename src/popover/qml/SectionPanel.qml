@@ -12,6 +12,7 @@ Rectangle {
     radius: 8
     color: Qt.rgba(palette.text.r, palette.text.g, palette.text.b, 0.05)
     Accessible.role: Accessible.Grouping
+    Accessible.ignored: !visible
     Accessible.name: title
 
     ColumnLayout {

@@ -42,8 +42,9 @@ SectionPanel {
                         source: column.symbol
                         size: 11
                         HelpTip { help: column.help }
+                        Accessible.ignored: false
                         Accessible.role: Accessible.StaticText
-                        Accessible.description: column.help
+                        Accessible.name: column.help
                     }
                 }
                 Accessible.role: Accessible.StaticText
@@ -66,7 +67,7 @@ SectionPanel {
                 font.pixelSize: 11
                 color: palette.windowText
             }
-            BurnRateBar { Layout.fillWidth: true; fraction: share.fraction }
+            BurnRateBar { Layout.fillWidth: true; fraction: share.fraction; name: share.name }
             Text {
                 Layout.preferredWidth: 36
                 horizontalAlignment: Text.AlignRight

@@ -83,15 +83,19 @@ SectionPanel {
                     color: timer.color
                 }
             }
+            // Said with the timer's label: "Pause Client A", not three times "Pause".
             TimerButton {
+                timerLabel: timer.label
                 command: timer.primary
                 onClicked: panel.view.timerAction(timer.primaryAction, timer.sessionId)
             }
             TimerButton {
+                timerLabel: timer.label
                 command: timer.complete
                 onClicked: panel.view.timerAction("complete", timer.sessionId)
             }
             TimerButton {
+                timerLabel: timer.label
                 command: timer.cancel
                 onClicked: panel.view.timerAction("cancel", timer.sessionId)
             }
@@ -118,6 +122,8 @@ SectionPanel {
     // A small button showing only its symbol; its caption is for screen readers.
     component TimerButton: PlainButton {
         required property var command
+        property string timerLabel
+        Accessible.name: text + " " + timerLabel
         text: command.label
         symbol: command.symbol
         help: command.help
