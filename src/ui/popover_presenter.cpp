@@ -232,6 +232,13 @@ void PopoverPresenter::copyAgentGuide() {
     scheduleUpdate();
 }
 
+void PopoverPresenter::setTrayHint(QString hint) {
+    if (hint == m_trayHint)
+        return;
+    m_trayHint = std::move(hint);
+    scheduleUpdate();
+}
+
 void PopoverPresenter::setContext(const Clock *clock, QLocale locale, QTimeZone zone) {
     m_clock = clock;
     m_locale = std::move(locale);

@@ -37,6 +37,9 @@ public:
     // Time, locale and zone the panels are worded in; the system's unless set.
     void setContext(const Clock *clock, QLocale locale, QTimeZone zone);
 
+    // The line under the header when there is no tray; empty once a tray appeared.
+    void setTrayHint(QString hint);
+
     // Where an installed daemon would be, for the terminal sign-in command when none was found.
     void setInstalledDaemon(QString path) { m_installedDaemon = std::move(path); }
 

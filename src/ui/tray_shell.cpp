@@ -9,11 +9,17 @@
 #include <QClipboard>
 #include <QCoreApplication>
 #include <QCursor>
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
 #include <QDesktopServices>
 #include <QDir>
 #include <QGuiApplication>
+#include <QLoggingCategory>
 #include <QMenu>
 #include <QSystemTrayIcon>
+#include <QTimer>
+
+Q_LOGGING_CATEGORY(lcTray, "quonbrix.shell")
 
 namespace quonbrix {
 
@@ -51,13 +57,38 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);
 
-    if (!m_options.trayAvailable)
+    // A panel or bar started after the app (the usual order at login, or waybar restarted)
+    // brings its StatusNotifierWatcher with it: the icon goes there when it comes, and the
+    // popover becomes an ordinary window again when it goes.
+    m_trayWatch = new QDBusServiceWatcher(
+        QStringLiteral("org.kde.StatusNotifierWatcher"), QDBusConnection::sessionBus(),
+        QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration,
+        this);
+    connect(m_trayWatch, &QDBusServiceWatcher::serviceRegistered, this, [this] {
+        // A watcher that restarted has forgotten our item: a new icon registers again.
+        dropTray();
+        trayAvailabilityChanged(true);
+    });
+    connect(m_trayWatch, &QDBusServiceWatcher::serviceUnregistered, this, [this] {
+        dropTray();
+        // An X11 tray (XEmbed) may still be there for Qt's fallback. Qt learns that the
+        // watcher left from a signal of its own, so it is asked a moment later.
+        QTimer::singleShot(500, this, [this] {
+            trayAvailabilityChanged(QSystemTrayIcon::isSystemTrayAvailable());
+        });
+    });
+    if (m_options.trayAvailable)
+        makeTray();
+}
+
+void TrayShell::makeTray() {
+    if (m_tray)
         return;
     m_tray = new QSystemTrayIcon(this);
     m_tray->setToolTip(QStringLiteral("QuonBrix"));
     m_menu = std::make_unique<QMenu>();
     m_menu->addAction(QStringLiteral("Open"), this, &TrayShell::openPopover);
-    m_menu->addAction(QStringLiteral("Refresh"), &core.model(), &StatusModel::refresh);
+    m_menu->addAction(QStringLiteral("Refresh"), &m_core.model(), &StatusModel::refresh);
     m_menu->addSeparator();
     m_menu->addAction(QStringLiteral("Quit"), this, &TrayShell::quitRequested);
     m_tray->setContextMenu(m_menu.get());
@@ -71,6 +102,28 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
                 }
             });
     m_tray->setIcon(m_renderer.icon(m_badge));
+}
+
+void TrayShell::dropTray() {
+    delete m_tray;
+    m_tray = nullptr;
+    m_menu.reset();
+}
+
+void TrayShell::trayAvailabilityChanged(bool available) {
+    if (available != m_options.trayAvailable)
+        qCInfo(lcTray, "[QuonBrix] shell: %s",
+               available ? "a system tray appeared, the icon is in it"
+                         : "the system tray went away; QuonBrix opens as a window");
+    m_options.trayAvailable = available;
+    m_presenter->setTrayHint(available ? QString()
+                                       : PopoverPresenter::noTrayHint(m_options.currentDesktop));
+    if (available) {
+        makeTray();
+        m_tray->show();
+        // The window that stood in for the icon is not needed any more.
+        m_host->hide();
+    }
 }
 
 TrayShell::~TrayShell() = default;

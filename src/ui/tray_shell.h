@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 
+class QDBusServiceWatcher;
 class QMenu;
 class QSystemTrayIcon;
 
@@ -52,6 +53,9 @@ Q_SIGNALS:
     void quitRequested();
 
 private:
+    void makeTray();
+    void dropTray();
+    void trayAvailabilityChanged(bool available);
     void requestPopover(bool toggle);
     void copyToClipboard(const QString &text);
     void updateIcon();
@@ -67,6 +71,7 @@ private:
     IconBadge m_badge = IconBadge::None;
     // Where the tray icon was last clicked, for trays that do not report its place.
     std::optional<QPoint> m_lastTrayClick;
+    QDBusServiceWatcher *m_trayWatch = nullptr;
 };
 
 } // namespace quonbrix
