@@ -56,6 +56,8 @@ private Q_SLOTS:
     void trayBadgeFollowsLimits();
     void daemonLivesAsLongAsTheApp_data();
     void daemonLivesAsLongAsTheApp();
+    void notMeteringSaysWhy_data();
+    void notMeteringSaysWhy();
 
 private:
     QTemporaryDir m_home;
@@ -221,6 +223,45 @@ void ShellTest::daemonLivesAsLongAsTheApp() {
     // A child stopped before it finished starting may not have left its record.
     QVERIFY(QDir(records.path()).entryList({QStringLiteral("launch-*.rec")}).size() <=
             qsizetype(started.size()));
+}
+
+// A daemon that cannot run never leaves the popover on "Starting meter…" with a healthy icon:
+// it says why, and the icon is dimmed.
+void ShellTest::notMeteringSaysWhy_data() {
+    QTest::addColumn<QString>("daemon"); // QUON_BRIX_DAEMON; empty: unset
+    QTest::addColumn<QString>("says");
+    QTest::newRow("nowhere to be found")
+        << QString() << QStringLiteral("brixd was not found — install it, or set QUON_BRIX_DAEMON");
+    QTest::newRow("a path that cannot be run")
+        << QStringLiteral("/nonexistent/brixd") << QStringLiteral("brixd could not be started: ");
+    QTest::newRow("exits as soon as it starts")
+        << QStringLiteral(QUONBRIX_STUB_DIR "/stub_brixd_exit")
+        << QStringLiteral("brixd keeps stopping — restarted ");
+}
+
+void ShellTest::notMeteringSaysWhy() {
+    QFETCH(QString, daemon);
+    QFETCH(QString, says);
+    QTemporaryDir records;
+    DaemonSupervisorOptions o;
+    o.environment.insert(QStringLiteral("HOME"), m_home.path());
+    o.environment.insert(QStringLiteral("QB_STUB_DIR"), records.path());
+    if (!daemon.isEmpty())
+        o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"), daemon);
+    o.applicationDir = records.path();
+    o.workingDir = records.path();
+    o.trustStore = [] { return std::optional<QString>(); };
+    o.relaunchDelay = std::chrono::milliseconds(200);
+    FakeDaemon answers;
+    answers.refuse();
+    AppCore core(answers.environment(m_home.path()), std::make_shared<DaemonSupervisor>(o), {});
+    TrayShell shell(core, TrayShell::Options{});
+    QCOMPARE(int(shell.currentBadge()), int(IconBadge::None));
+    core.launch();
+    QTRY_VERIFY_WITH_TIMEOUT(core.model().daemonCondition().startsWith(says), 5000);
+    QCOMPARE(shell.presenter().state().header->condition, core.model().daemonCondition());
+    QCOMPARE(int(shell.currentBadge()), int(IconBadge::NotMetering));
+    core.shutdown();
 }
 
 QTEST_MAIN(ShellTest)

@@ -35,6 +35,25 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
                     if (m_notifier)
                         m_notifier->post(n.identifier, n.title, n.body, n.critical);
             });
+    if (m_supervisor) {
+        connect(m_supervisor.get(), &DaemonSupervisor::launchFailed, this,
+                [this](const QString &message) {
+                    m_launchFailure = message;
+                    updateDaemonCondition();
+                });
+        connect(m_supervisor.get(), &DaemonSupervisor::daemonStarted, this, [this] {
+            m_launchFailure.clear();
+            m_daemonRunning = true;
+            m_runningSince.start();
+            updateDaemonCondition();
+        });
+        connect(m_supervisor.get(), &DaemonSupervisor::daemonExited, this, [this] {
+            m_daemonRunning = false;
+            m_recentExits.push_back(QDateTime::currentDateTimeUtc());
+            updateDaemonCondition();
+        });
+    }
+    connect(m_model, &StatusModel::passFinished, this, &AppCore::updateDaemonCondition);
     // Every successful timer command is a notification of its own (a fresh UUID each time).
     connect(m_model, &StatusModel::workTimerSucceeded, this,
             [this](const QString &action, const QString &sessionId,
@@ -73,6 +92,25 @@ void AppCore::setNotifier(DesktopNotifier *notifier, const Clock *clock) {
     m_notifier = notifier;
     if (clock)
         m_clock = clock;
+}
+
+void AppCore::updateDaemonCondition() {
+    const QDateTime minuteAgo = QDateTime::currentDateTimeUtc().addSecs(-60);
+    while (!m_recentExits.empty() && m_recentExits.front() < minuteAgo)
+        m_recentExits.pop_front();
+    QString condition;
+    if (!m_launchFailure.isEmpty()) {
+        condition = m_launchFailure;
+    } else if (m_recentExits.size() >= 3) {
+        condition = QStringLiteral("brixd keeps stopping — restarted %1 times in the last minute")
+                        .arg(m_recentExits.size());
+    } else if (m_daemonRunning && !m_model->daemonHealthy() && m_runningSince.isValid() &&
+               m_runningSince.elapsed() >= 10'000) {
+        QString address = m_client->base();
+        address.remove(QStringLiteral("http://"));
+        condition = QStringLiteral("brixd is running but does not answer on ") + address;
+    }
+    m_model->setDaemonCondition(condition);
 }
 
 void AppCore::popoverShown() {

@@ -8,7 +8,10 @@
 #include "platform/environment.h"
 #include "supervisor/daemon_supervisor.h"
 
+#include <QDateTime>
+#include <QElapsedTimer>
 #include <QObject>
+#include <deque>
 #include <memory>
 
 namespace quonbrix {
@@ -49,6 +52,10 @@ public:
     void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance());
 
 private:
+    // Works out what keeps the meter from running, from the supervisor's reports and the
+    // model's reads, and tells the model.
+    void updateDaemonCondition();
+
     Environment m_env;
     std::shared_ptr<DaemonSupervisor> m_supervisor;
     AttentionSources m_attention;
@@ -57,6 +64,11 @@ private:
     DesktopNotifier *m_notifier = nullptr;
     const Clock *m_clock = &SystemClock::instance();
     AlertRules m_alerts;
+    // The supervisor's side: a launch that failed, whether brixd runs, its recent exits.
+    QString m_launchFailure;
+    bool m_daemonRunning = false;
+    QElapsedTimer m_runningSince;
+    std::deque<QDateTime> m_recentExits;
     bool m_launched = false;
     bool m_shutDown = false;
 };

@@ -430,4 +430,11 @@ bool StatusModel::isTLSInterceptError(const std::optional<QString> &message) {
            lower.contains(QLatin1String("certificate"));
 }
 
+void StatusModel::setDaemonCondition(const QString &condition) {
+    if (condition == m_daemonCondition)
+        return;
+    m_daemonCondition = condition;
+    Q_EMIT daemonConditionChanged();
+}
+
 } // namespace quonbrix

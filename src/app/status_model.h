@@ -54,6 +54,10 @@ public:
     Q_INVOKABLE void refresh();
 
     const std::optional<DaemonStatus> &status() const { return m_status; }
+    // What keeps the meter from running, worded for the person at the desk ("brixd was not
+    // found — …"); empty while nothing is known to be wrong.
+    QString daemonCondition() const { return m_daemonCondition; }
+    void setDaemonCondition(const QString &condition);
     bool hasStatus() const { return m_status.has_value(); }
     bool daemonHealthy() const { return m_daemonHealthy; }
     bool syncing() const { return m_syncing; }
@@ -122,6 +126,7 @@ public:
     static bool isTLSInterceptError(const std::optional<QString> &message);
 
 Q_SIGNALS:
+    void daemonConditionChanged();
     void statusChanged();
     void enrollProgressChanged();
     void signOutMessageChanged();
@@ -174,6 +179,7 @@ private:
     std::weak_ptr<DaemonRestarter> m_supervisor;
 
     std::optional<DaemonStatus> m_status;
+    QString m_daemonCondition;
     bool m_daemonHealthy = false;
     bool m_syncing = false;
     QString m_syncMessage;

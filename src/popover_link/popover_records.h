@@ -48,6 +48,10 @@ struct Header {
     bool showSignIn = false; // signed out, with a daemon to sign in through
     Button signIn;
     Button back; // instead of the buttons above on the guide and client set-up screens
+    // What keeps the meter from running, in place of "Starting meter…"; empty when nothing.
+    QString condition;
+    QString conditionColor;
+    QString conditionSymbol;
 
     bool operator==(const Header &) const = default;
     template <class Self, class V> static void fields(Self &s, V &&v) {
@@ -61,6 +65,9 @@ struct Header {
         v("showSignIn", s.showSignIn);
         v("signIn", s.signIn);
         v("back", s.back);
+        v("condition", s.condition);
+        v("conditionColor", s.conditionColor);
+        v("conditionSymbol", s.conditionSymbol);
     }
 };
 

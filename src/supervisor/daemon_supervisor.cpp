@@ -149,6 +149,8 @@ void DaemonSupervisor::spawn() {
                    "[QuonBrix] brixd not found: set QUON_BRIX_DAEMON or install it as %1")
                    .arg(QDir::cleanPath(m_options.applicationDir +
                                         QStringLiteral("/../libexec/quonbrix/brixd")));
+        Q_EMIT launchFailed(
+            QStringLiteral("brixd was not found — install it, or set QUON_BRIX_DAEMON"));
         return;
     }
 
@@ -185,6 +187,8 @@ void DaemonSupervisor::spawn() {
     if (!process->waitForStarted(-1)) {
         qCWarning(lcSupervisor).noquote()
             << QStringLiteral("[QuonBrix] brixd spawn failed: ") + process->errorString();
+        Q_EMIT launchFailed(QStringLiteral("brixd could not be started: ") +
+                            process->errorString());
         return;
     }
     const qint64 pid = process->processId();

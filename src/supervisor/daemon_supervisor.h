@@ -77,6 +77,8 @@ Q_SIGNALS:
     void daemonStarted(qint64 pid);
     // `exitCode` is the signal number when `crashed` is true.
     void daemonExited(qint64 pid, int exitCode, bool crashed);
+    // brixd could not be launched: what is wrong and what to do, for the person at the desk.
+    void launchFailed(const QString &message);
 
 private:
     template <class F> void post(F &&task);

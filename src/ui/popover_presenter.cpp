@@ -32,6 +32,9 @@ view::Header header(const StatusModel &model, const QString &trayHint) {
     h.update = updateButton(model);
     h.showSignIn = !loading && !signedIn;
     h.signIn = headerSignInButton(model.enrollProgress());
+    h.condition = model.daemonCondition();
+    h.conditionColor = toneColor(Tone::Orange);
+    h.conditionSymbol = view::symbolUrl(QStringLiteral("exclamationmark.triangle.fill"));
     h.back = {QStringLiteral("Back"), view::symbolUrl(QStringLiteral("chevron.left")), QString(),
               true};
     return h;
@@ -58,11 +61,12 @@ PopoverPresenter::PopoverPresenter(StatusModel *status, QString trayHint, WebLin
     connect(&m_mcp, &McpSetup::changed, this, &PopoverPresenter::scheduleUpdate);
     m_tick.setInterval(1000);
     connect(&m_tick, &QTimer::timeout, this, [this] { update(true); });
-    for (auto signal : {&StatusModel::statusChanged, &StatusModel::workTimerBusyIDsChanged,
-                        &StatusModel::workTimerFeedbackChanged, &StatusModel::syncingChanged,
-                        &StatusModel::syncMessageChanged, &StatusModel::openingLocalConsoleChanged,
-                        &StatusModel::localConsoleMessageChanged,
-                        &StatusModel::enrollProgressChanged, &StatusModel::signOutMessageChanged})
+    for (auto signal :
+         {&StatusModel::statusChanged, &StatusModel::workTimerBusyIDsChanged,
+          &StatusModel::workTimerFeedbackChanged, &StatusModel::syncingChanged,
+          &StatusModel::syncMessageChanged, &StatusModel::openingLocalConsoleChanged,
+          &StatusModel::localConsoleMessageChanged, &StatusModel::enrollProgressChanged,
+          &StatusModel::signOutMessageChanged, &StatusModel::daemonConditionChanged})
         connect(m_status, signal, this, &PopoverPresenter::scheduleUpdate);
 }
 

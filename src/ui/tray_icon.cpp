@@ -42,6 +42,7 @@ QColor badgeColor(IconBadge badge) {
     case IconBadge::Critical:
         return QColor(255, 59, 48);
     case IconBadge::None:
+    case IconBadge::NotMetering:
         break;
     }
     return {};
@@ -57,6 +58,9 @@ QImage TrayIconRenderer::render(IconBadge badge, qreal devicePixelRatio) {
 
     QPainter p(&image);
     p.setRenderHint(QPainter::Antialiasing);
+    // Not metering: the same mark, faded, so the panel shows at a glance that figures stopped.
+    if (badge == IconBadge::NotMetering)
+        p.setOpacity(0.4);
     const QRectF canvas(0, 0, logicalSize, logicalSize);
 
     // A dark tile keeps the gradient readable on light and dark panels alike.
@@ -79,7 +83,7 @@ QImage TrayIconRenderer::render(IconBadge badge, qreal devicePixelRatio) {
         wave.lineTo(points[i]);
     p.drawPath(wave);
 
-    if (badge != IconBadge::None) {
+    if (badge == IconBadge::Warning || badge == IconBadge::Critical) {
         p.setPen(QPen(Qt::black, 1));
         p.setBrush(badgeColor(badge));
         p.drawEllipse(QRectF(logicalSize - 1 - 7, 1, 7, 7).adjusted(0.5, 0.5, -0.5, -0.5));

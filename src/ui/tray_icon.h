@@ -11,7 +11,8 @@
 
 namespace quonbrix {
 
-enum class IconBadge { None, Warning, Critical };
+// NotMetering: the daemon is missing, keeps stopping or does not answer; the icon is dimmed.
+enum class IconBadge { None, Warning, Critical, NotMetering };
 
 // The badge the tray icon shows for a status: stale readings are dropped, every other window
 // counts (the Codex session window too), 80 % warns and 95 % is critical.
@@ -35,7 +36,7 @@ public:
     const QIcon &icon(IconBadge badge);
 
 private:
-    std::array<QIcon, 3> m_icons;
+    std::array<QIcon, 4> m_icons;
 };
 
 } // namespace quonbrix

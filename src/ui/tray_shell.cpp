@@ -56,6 +56,7 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
             m_presenter->stopShowing();
     });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);
+    connect(&core.model(), &StatusModel::daemonConditionChanged, this, &TrayShell::updateIcon);
 
     // A panel or bar started after the app (the usual order at login, or waybar restarted)
     // brings its StatusNotifierWatcher with it: the icon goes there when it comes, and the
@@ -161,7 +162,9 @@ void TrayShell::copyToClipboard(const QString &text) {
 }
 
 void TrayShell::updateIcon() {
-    const IconBadge badge = iconBadgeFor(m_core.model().status());
+    const IconBadge badge = m_core.model().daemonCondition().isEmpty()
+                                ? iconBadgeFor(m_core.model().status())
+                                : IconBadge::NotMetering;
     if (badge == m_badge)
         return;
     m_badge = badge;

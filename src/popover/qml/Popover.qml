@@ -46,6 +46,25 @@ Window {
             view: root.view
         }
 
+        RowLayout {
+            Layout.fillWidth: true
+            visible: root.view.header.condition.length > 0
+            spacing: 6
+            SymbolIcon {
+                Layout.alignment: Qt.AlignTop
+                source: root.view.header.conditionSymbol
+                tint: root.view.header.conditionColor
+                size: 14
+            }
+            Text {
+                Layout.fillWidth: true
+                text: root.view.header.condition
+                wrapMode: Text.WordWrap
+                font.pixelSize: 12
+                color: palette.windowText
+            }
+        }
+
         Text {
             Layout.fillWidth: true
             visible: text.length > 0
@@ -77,6 +96,7 @@ Window {
                 Layout.topMargin: 16
                 Layout.bottomMargin: 16
                 visible: root.view.screen === "main" && root.view.header.loading
+                         && root.view.header.condition.length === 0
                 spacing: 8
                 Spinner {}
                 Text {
