@@ -2,6 +2,7 @@
 // daemon over a real socket, and against a port where nothing listens.
 
 #include "daemon_link/records.h"
+#include "ui/popover_panels.h"
 #include "json/json_codec.h"
 
 #include <QDir>
@@ -48,6 +49,8 @@ private Q_SLOTS:
     void liveStatus();
     void waybarGrades_data();
     void waybarGrades();
+    void sameFiguresAsThePopover_data();
+    void sameFiguresAsThePopover();
     void watchFollowsTheDaemon();
     void usage_data();
     void usage();
@@ -120,38 +123,58 @@ Result CliTest::run(const QStringList &args, const QString &port, const QString 
 
 void CliTest::deadDaemon_data() {
     QTest::addColumn<QStringList>("args");
-    QTest::newRow("summary") << QStringList{QStringLiteral("status")};
-    QTest::newRow("json") << QStringList{QStringLiteral("status"), QStringLiteral("--json")};
-    QTest::newRow("waybar") << QStringList{QStringLiteral("status"), QStringLiteral("--waybar")};
+    QTest::addColumn<int>("exitCode");
+    QTest::newRow("summary") << QStringList{QStringLiteral("status")} << 1;
+    QTest::newRow("json") << QStringList{QStringLiteral("status"), QStringLiteral("--json")} << 1;
+    // Waybar hides a module whose command fails: the down object comes with exit status 0.
+    QTest::newRow("waybar") << QStringList{QStringLiteral("status"), QStringLiteral("--waybar")}
+                            << 0;
 }
 
 void CliTest::deadDaemon() {
     QFETCH(QStringList, args);
+    QFETCH(int, exitCode);
     const Result r = run(args);
-    QCOMPARE(r.exitCode, 1);
-    QCOMPARE(r.err.trimmed(),
-             QStringLiteral("daemon not reachable at http://127.0.0.1:%1").arg(m_port).toUtf8());
+    QCOMPARE(r.exitCode, exitCode);
+    const QString why = QStringLiteral("daemon not reachable at http://127.0.0.1:%1").arg(m_port);
     if (args.contains(QStringLiteral("--waybar"))) {
-        // Waybar still gets something to show.
+        // Waybar still gets something to show, saying why in its tooltip.
         const QJsonObject o = QJsonDocument::fromJson(r.out).object();
         QCOMPARE(o.value(QStringLiteral("class")).toString(), QStringLiteral("down"));
+        QCOMPARE(o.value(QStringLiteral("alt")).toString(), QStringLiteral("down"));
+        QCOMPARE(o.value(QStringLiteral("tooltip")).toString(), why);
+        QVERIFY2(r.err.isEmpty(), r.err.constData());
     } else {
+        QCOMPARE(r.err.trimmed(), why.toUtf8());
         QVERIFY2(r.out.isEmpty(), r.out.constData());
     }
 }
 
 void CliTest::unreadableStatus_data() {
     QTest::addColumn<QString>("fault");
-    QTest::newRow("garbage body") << QStringLiteral("garbage");
-    QTest::newRow("server error") << QStringLiteral("500");
+    QTest::addColumn<QString>("option");
+    QTest::newRow("garbage body") << QStringLiteral("garbage") << QStringLiteral("--json");
+    QTest::newRow("server error") << QStringLiteral("500") << QStringLiteral("--json");
+    QTest::newRow("garbage body, waybar")
+        << QStringLiteral("garbage") << QStringLiteral("--waybar");
 }
 
 void CliTest::unreadableStatus() {
     QFETCH(QString, fault);
+    QFETCH(QString, option);
     QVERIFY(startSim(QStringLiteral("typical-day"), fault));
-    const Result r = run({QStringLiteral("status"), QStringLiteral("--json")});
+    const Result r = run({QStringLiteral("status"), option});
+    const QString why = QStringLiteral("daemon answered with an unreadable status");
+    if (option == QLatin1String("--waybar")) {
+        // Down, but not said to be unreachable when it answered.
+        QCOMPARE(r.exitCode, 0);
+        const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+        QCOMPARE(o.value(QStringLiteral("class")).toString(), QStringLiteral("down"));
+        QCOMPARE(o.value(QStringLiteral("tooltip")).toString(), why);
+        return;
+    }
     QCOMPARE(r.exitCode, 1);
-    QCOMPARE(r.err.trimmed(), QByteArray("daemon answered with an unreadable status"));
+    QCOMPARE(r.err.trimmed(), why.toUtf8());
     QVERIFY(r.out.isEmpty());
 }
 
@@ -169,9 +192,8 @@ void CliTest::liveStatus() {
     const Result summary = run({QStringLiteral("status")});
     QCOMPARE(summary.exitCode, 0);
     const QString text = QString::fromUtf8(summary.out);
-    QVERIFY2(text.contains(QStringLiteral("Tokens ")), qPrintable(text));
-    QVERIFY(text.contains(QStringLiteral("API list-price equivalent")));
-    QVERIFY(text.contains(QStringLiteral("Timers      2 open: ")));
+    QVERIFY2(text.contains(QStringLiteral(" output tokens\n")), qPrintable(text));
+    QVERIFY(text.contains(QStringLiteral("\n2 open timers: ")));
     for (const auto &session : *status->workTimers)
         QVERIFY(text.contains(session.projectLabel + QStringLiteral(" (") + session.status));
 }
@@ -179,26 +201,97 @@ void CliTest::liveStatus() {
 void CliTest::waybarGrades_data() {
     QTest::addColumn<QString>("scenario");
     QTest::addColumn<QString>("cssClass");
-    QTest::newRow("typical day") << QStringLiteral("typical-day") << QStringLiteral("ok");
-    QTest::newRow("near limits") << QStringLiteral("near-limits") << QStringLiteral("critical");
-    QTest::newRow("fresh install") << QStringLiteral("fresh-install") << QStringLiteral("ok");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("typical day") << QStringLiteral("typical-day") << QStringLiteral("ok")
+                                 << QStringLiteral("41%");
+    QTest::newRow("near limits") << QStringLiteral("near-limits") << QStringLiteral("critical")
+                                 << QStringLiteral("99%");
+    // No reading: today's output tokens stand in for a percentage.
+    QTest::newRow("fresh install")
+        << QStringLiteral("fresh-install") << QStringLiteral("ok") << QStringLiteral("0");
+    // 80.5 % warns, and the figure is the one its row shows.
+    QTest::newRow("priced subtotal")
+        << QStringLiteral("priced-subtotal") << QStringLiteral("warning") << QStringLiteral("81%");
 }
 
 void CliTest::waybarGrades() {
     QFETCH(QString, scenario);
     QFETCH(QString, cssClass);
+    QFETCH(QString, text);
     QVERIFY(startSim(scenario));
     const Result r = run({QStringLiteral("status"), QStringLiteral("--waybar")});
     QCOMPARE(r.exitCode, 0);
     QCOMPARE(r.out.count('\n'), 1); // one object, one line
     const QJsonObject o = QJsonDocument::fromJson(r.out).object();
     QCOMPARE(o.value(QStringLiteral("class")).toString(), cssClass);
-    QVERIFY(!o.value(QStringLiteral("text")).toString().isEmpty());
-    QVERIFY(o.value(QStringLiteral("tooltip")).toString().contains(QStringLiteral("Tokens")));
+    QCOMPARE(o.value(QStringLiteral("alt")).toString(), cssClass); // for format-icons by alt
+    QCOMPARE(o.value(QStringLiteral("text")).toString(), text);
+    const QString tooltip = o.value(QStringLiteral("tooltip")).toString();
+    QVERIFY2(tooltip.contains(QStringLiteral(" output tokens\n")), qPrintable(tooltip));
+    // Waybar's font is proportional: no columns lined up with runs of blanks.
+    QVERIFY2(!tooltip.contains(QStringLiteral("  ")), qPrintable(tooltip));
     const int pct = o.value(QStringLiteral("percentage")).toInt(-1);
     QVERIFY(pct >= 0 && pct <= 100);
     if (cssClass == QLatin1String("critical"))
         QVERIFY(pct >= 95);
+}
+
+// The summary and the waybar tooltip say what the popover's Today and limits panels say, for a
+// day whose figures differ: only a priced subtotal, output far below total tokens.
+void CliTest::sameFiguresAsThePopover_data() {
+    QTest::addColumn<QString>("option");
+    QTest::newRow("summary") << QString();
+    QTest::newRow("waybar tooltip") << QStringLiteral("--waybar");
+}
+
+void CliTest::sameFiguresAsThePopover() {
+    QFETCH(QString, option);
+    QVERIFY(startSim(QStringLiteral("priced-subtotal")));
+    const Result json = run({QStringLiteral("status"), QStringLiteral("--json")});
+    QString error;
+    const auto status = json::decode<DaemonStatus>(json.out, &error);
+    QVERIFY2(status, qPrintable(error));
+    // The day is one where the wrong figures would show: total tokens and the complete cost.
+    QVERIFY(status->tokens != status->output);
+    QVERIFY(status->pricedSubtotal && *status->pricedSubtotal != status->estCost);
+
+    QStringList args{QStringLiteral("status")};
+    if (!option.isEmpty())
+        args << option;
+    const Result r = run(args);
+    QCOMPARE(r.exitCode, 0);
+    QString text = QString::fromUtf8(r.out);
+    if (!option.isEmpty()) {
+        // The tooltip is markup; read back as the text waybar shows.
+        text = QJsonDocument::fromJson(r.out).object().value(QStringLiteral("tooltip")).toString();
+        QVERIFY2(text.contains(QStringLiteral("R&amp;D &lt;prototype&gt;")), qPrintable(text));
+        text.replace(QStringLiteral("&lt;"), QStringLiteral("<"))
+            .replace(QStringLiteral("&gt;"), QStringLiteral(">"))
+            .replace(QStringLiteral("&amp;"), QStringLiteral("&"));
+    }
+    const QStringList lines = text.split(u'\n');
+
+    const view::Today today = todayPanel(status);
+    QCOMPARE(today.columns.size(), size_t(3));
+    QCOMPARE(today.columns[1].caption, QStringLiteral("priced API subtotal"));
+    for (const view::TodayColumn &c : today.columns)
+        QVERIFY2(lines.contains(c.value + u' ' + c.caption), qPrintable(text));
+    QStringList shares;
+    for (const view::SourceShare &share : today.shares)
+        shares << share.name + u' ' + share.percent;
+    QVERIFY2(
+        lines.contains(QStringLiteral("Output by source: ") + shares.join(QStringLiteral(" · "))),
+        qPrintable(text));
+
+    const PanelContext context{QDateTime::currentDateTimeUtc(), QLocale::c(), QTimeZone::utc()};
+    const view::Headline h = limitsPanel(status, context).headline;
+    QCOMPARE(h.remaining, QStringLiteral("19% left")); // beside the row's "81%"
+    QVERIFY2(lines.contains(h.text + QStringLiteral(" · ") + h.remaining), qPrintable(text));
+    QVERIFY2(lines.contains(h.detail), qPrintable(text));
+    QVERIFY2(lines.contains(QStringLiteral("1 open timer: R&D <prototype> (running)")),
+             qPrintable(text));
+    // Nothing of the figures the popover does not show.
+    QVERIFY2(!text.contains(QStringLiteral("list-price")), qPrintable(text));
 }
 
 void CliTest::watchFollowsTheDaemon() {
@@ -211,7 +304,7 @@ void CliTest::watchFollowsTheDaemon() {
     QVERIFY(watch.waitForStarted());
     QVERIFY(watch.waitForReadyRead(5000));
     const QString first = QString::fromUtf8(watch.readLine());
-    QVERIFY2(first.contains(QStringLiteral(" tokens · $")), qPrintable(first));
+    QVERIFY2(first.contains(QStringLiteral(" output tokens · $")), qPrintable(first));
 
     // The daemon dies: within one refresh the watcher says so.
     m_sim->terminate();

@@ -88,6 +88,8 @@ void PopoverPanelsTest::headline_data() {
         "0% left", "Claude Code · Weekly · provider reported");
     row("unknown provider as it stands", "gemini daily 40", "You can keep working", Tone::Green,
         "60% left", "gemini · daily · provider reported");
+    row("80.5 shows 81%, so 19% left", "claude-code week 80.5", "Watch your remaining headroom",
+        Tone::Orange, "19% left", "Claude Code · Weekly · provider reported");
 }
 
 void PopoverPanelsTest::headline() {
@@ -96,11 +98,31 @@ void PopoverPanelsTest::headline() {
     QFETCH(int, tone);
     QFETCH(QString, remaining);
     QFETCH(QString, detail);
-    const LimitHeadline h = limitHeadline(::readings(readings));
+    DaemonStatus s = status();
+    s.providerLimits = ::readings(readings);
+    const PanelContext context{QDateTime::fromMSecsSinceEpoch(1795435200000, QTimeZone::utc()),
+                               QLocale::c(), QTimeZone::utc()};
+    const view::Limits limits = limitsPanel(s, context);
+    QVERIFY(limits.hasReadings);
+    const view::Headline &h = limits.headline;
     QCOMPARE(h.text, text);
-    QCOMPARE(int(h.tone), tone);
+    QCOMPARE(h.color, toneColor(Tone(tone)));
     QCOMPARE(h.remaining, remaining);
     QCOMPARE(h.detail, detail);
+    // What is left and the deciding row's figure add up to a hundred.
+    if (!remaining.isEmpty() && !remaining.startsWith(u'0')) {
+        bool rowFound = false;
+        for (const view::LimitGroup &g : limits.groups)
+            for (const view::LimitRow &row : g.rows)
+                if (detail.startsWith(g.heading.section(QStringLiteral("AI tool: "), -1) +
+                                      QStringLiteral(" · ") + row.windowName + u' ')) {
+                    rowFound = true;
+                    QCOMPARE(QStringView(row.percent).chopped(1).toInt() +
+                                 QStringView(remaining).left(remaining.indexOf(u'%')).toInt(),
+                             100);
+                }
+        QVERIFY2(rowFound, qPrintable(detail));
+    }
 }
 
 void PopoverPanelsTest::rows() {

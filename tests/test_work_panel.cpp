@@ -119,6 +119,13 @@ void WorkPanelTest::timerRows() {
     QCOMPARE(rig.timer(1).primary.help, QStringLiteral("Resume this timer"));
     QCOMPARE(rig.timer(1).complete.help, QStringLiteral("Complete this timer"));
     QCOMPARE(rig.timer(1).cancel.help, QStringLiteral("Cancel this timer"));
+
+    // One open timer is counted in the singular; the completed one is not counted.
+    QVERIFY(rig.load(body({session("ws_1", "Client A", "running", "2026-11-23T08:45:30Z"),
+                           session("ws_3", "Old", "completed", "2026-11-23T07:00:00Z")},
+                          {}, {})));
+    QCOMPARE(rig.work().timersHeader,
+             QStringLiteral("1 open timer · concurrent timer time is additive"));
 }
 
 void WorkPanelTest::clockTicksOnlyWhileShownAndRunning() {

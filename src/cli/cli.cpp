@@ -8,6 +8,7 @@
 #include "daemon_link/records.h"
 #include "features/formatting.h"
 #include "features/provider_limits.h"
+#include "features/today_figures.h"
 #include "features/work_timers.h"
 #include "platform/helper_programs.h"
 #include "platform/unix_signals.h"
@@ -39,7 +40,7 @@ QuonBrix keeps the local AI-usage meter brixd running and shows its figures.
 Without a command it starts the tray app (or shows the one already running).
 
 Commands:
-  status            print a short summary of the daemon's status
+  status            print a short summary: the popover's Today figures, limit and timers
   status --json     print the daemon's status record as JSON
   status --waybar   print one JSON object for a waybar custom module
   status --watch    print a line whenever the status or the daemon's health changes
@@ -89,25 +90,48 @@ QString failureLine(ReplyFailure failure, const QString &base) {
     return QStringLiteral("daemon not reachable at ") + base;
 }
 
-QString limitText(const DaemonStatus &status) {
-    const auto *top = status.providerLimits ? highestFreshReading(*status.providerLimits) : nullptr;
-    if (!top)
-        return {};
-    const auto whole = roundToInt64(top->usedPercent);
-    return providerDisplayName(top->source) + QLatin1Char(' ') + providerLimitWindowName(*top) +
-           QLatin1Char(' ') + (whole ? QString::number(*whole) : QStringLiteral("—")) +
-           QLatin1Char('%');
+// "Client A (running), Internal tooling (paused)".
+QString openTimersList(const std::vector<const WorkSession *> &open) {
+    QStringList parts;
+    for (const WorkSession *session : open)
+        parts << session->projectLabel + QStringLiteral(" (") + session->status + u')';
+    return parts.join(QStringLiteral(", "));
 }
 
-QString timersText(const DaemonStatus &status) {
-    const auto &timers = status.workTimers;
-    if (!timers || timers->empty())
-        return QStringLiteral("none");
-    QStringList parts;
-    for (const auto &session : *timers)
-        parts << session.projectLabel + QStringLiteral(" (") + session.status + QLatin1Char(')');
-    return QString::number(timers->size()) + QStringLiteral(" open: ") +
-           parts.join(QStringLiteral(", "));
+// The summary's lines, also the waybar tooltip's: plain lines, never columns aligned with
+// blanks, as waybar's font is proportional. The figures and captions are the popover's.
+QStringList summaryLines(const DaemonStatus &s) {
+    QStringList lines;
+    lines << (s.period.isEmpty() ? QStringLiteral("Today") : QStringLiteral("Today · ") + s.period);
+    for (const TodayFigure &figure : todayFigures(s))
+        lines << todayFigureText(figure);
+    lines << QStringLiteral("Output by source: ") + sourceSharesText(todaySourceShares(s));
+    if (s.providerLimits && !s.providerLimits->empty()) {
+        const LimitHeadline h = limitHeadline(*s.providerLimits);
+        lines << (h.remaining.isEmpty() ? h.text : h.text + QStringLiteral(" · ") + h.remaining);
+        if (!h.detail.isEmpty())
+            lines << h.detail;
+    } else {
+        lines << providerHeadroomUnavailableText();
+    }
+    const auto open = openWorkTimers(s);
+    QString timers = openTimersText(qsizetype(open.size()));
+    if (!open.empty())
+        timers += QStringLiteral(": ") + openTimersList(open);
+    lines << timers;
+    lines << QStringLiteral("Signed in: ") +
+                 (s.enrolled ? QStringLiteral("yes") : QStringLiteral("no"));
+    return lines;
+}
+
+// Waybar reads the tooltip (and the text) as Pango markup: a project label with "&" or "<"
+// would otherwise leave the tooltip empty.
+QString markupEscaped(const QString &text) {
+    QString escaped = text;
+    escaped.replace(u'&', QStringLiteral("&amp;"));
+    escaped.replace(u'<', QStringLiteral("&lt;"));
+    escaped.replace(u'>', QStringLiteral("&gt;"));
+    return escaped;
 }
 
 // One read of /status, blocking in a local event loop.
@@ -173,10 +197,12 @@ int status(const QStringList &args, const QString &base, const Environment &env)
 
     const Reply<DaemonStatus> reply = readStatusOnce(client);
     if (mode == Mode::Waybar) {
-        // Waybar shows whatever is printed, so a dead daemon still gets an object.
-        out() << QJsonDocument(waybarObject(reply.value, client.base()))
+        // Waybar hides a module whose command fails, so a dead daemon still gets an object and
+        // exit status 0; why it is down is in the tooltip, not on waybar's log every interval.
+        out() << QJsonDocument(waybarObject(reply.value, client.base(), reply.failure))
                      .toJson(QJsonDocument::Compact)
               << Qt::endl;
+        return 0;
     }
     if (!reply.value) {
         err() << failureLine(reply.failure, client.base()) << Qt::endl;
@@ -193,31 +219,22 @@ int status(const QStringList &args, const QString &base, const Environment &env)
 } // namespace
 
 QString summary(const DaemonStatus &s) {
-    QString text;
-    QTextStream t(&text);
-    const QString limit = limitText(s);
-    t << "Period      " << s.period << '\n';
-    t << "Tokens      " << formatTokens(s.tokens) << " (Claude Code " << formatTokens(s.claudeCode)
-      << " · Codex " << formatTokens(s.codex) << ")\n";
-    t << "Cost        " << formatUSD(s.estCost) << " API list-price equivalent\n";
-    t << "Limit       " << (limit.isEmpty() ? QStringLiteral("no provider reading") : limit)
-      << '\n';
-    t << "Timers      " << timersText(s) << '\n';
-    t << "Signed in   " << (s.enrolled ? "yes" : "no") << '\n';
-    return text;
+    return summaryLines(s).join(u'\n') + u'\n';
 }
 
-QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base) {
+QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base,
+                         ReplyFailure failure) {
+    const QString down = QStringLiteral("down");
     if (!status) {
-        return QJsonObject{
-            {QStringLiteral("text"), QStringLiteral("brixd down")},
-            {QStringLiteral("tooltip"), failureLine(ReplyFailure::Unreachable, base)},
-            {QStringLiteral("class"), QStringLiteral("down")},
-            {QStringLiteral("percentage"), 0}};
+        return QJsonObject{{QStringLiteral("text"), QStringLiteral("brixd down")},
+                           {QStringLiteral("alt"), down},
+                           {QStringLiteral("tooltip"), markupEscaped(failureLine(failure, base))},
+                           {QStringLiteral("class"), down},
+                           {QStringLiteral("percentage"), 0}};
     }
+    // The grade and the figure are the tray icon's: the highest fresh reading.
     const auto *top =
         status->providerLimits ? highestFreshReading(*status->providerLimits) : nullptr;
-    const qint64 pct = top ? roundToInt64(top->usedPercent).value_or(0) : 0;
     QString cls = QStringLiteral("ok");
     if (top) {
         switch (limitSeverity(top->usedPercent)) {
@@ -232,27 +249,31 @@ QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QStrin
         }
     }
     const QString text =
-        top ? QString::number(pct) + QLatin1Char('%') : formatTokens(status->tokens);
-    return QJsonObject{{QStringLiteral("text"), text},
-                       {QStringLiteral("tooltip"), summary(*status).trimmed()},
-                       {QStringLiteral("class"), cls},
-                       {QStringLiteral("percentage"), std::clamp<qint64>(pct, 0, 100)}};
+        top ? usedPercentText(top->usedPercent) : todayFigures(*status).front().value;
+    const qint64 pct = top ? roundToInt64(top->usedPercent).value_or(0) : 0;
+    return QJsonObject{
+        {QStringLiteral("text"), markupEscaped(text)},
+        {QStringLiteral("alt"), cls},
+        {QStringLiteral("tooltip"), markupEscaped(summaryLines(*status).join(u'\n'))},
+        {QStringLiteral("class"), cls},
+        {QStringLiteral("percentage"), std::clamp<qint64>(pct, 0, 100)}};
 }
 
 QString watchLine(const std::optional<DaemonStatus> &status, const QString &base) {
     if (!status)
         return QStringLiteral("daemon not running — no status from ") + base;
-    QString line =
-        formatTokens(status->tokens) + QStringLiteral(" tokens · ") + formatUSD(status->estCost);
-    const QString limit = limitText(*status);
-    if (!limit.isEmpty())
-        line += QStringLiteral(" · ") + limit;
-    const auto timers = status->workTimers ? status->workTimers->size() : 0;
-    if (timers > 0)
-        line += QStringLiteral(" · %1 timer%2 open")
-                    .arg(timers)
-                    .arg(timers == 1 ? QString() : QStringLiteral("s"));
-    return line;
+    QStringList parts;
+    for (const TodayFigure &figure : todayFigures(*status))
+        parts << todayFigureText(figure);
+    if (status->providerLimits && !status->providerLimits->empty()) {
+        const LimitHeadline h = limitHeadline(*status->providerLimits);
+        parts << (h.remaining.isEmpty() ? h.text
+                                        : h.remaining + QStringLiteral(" (") + h.detail + u')');
+    }
+    const auto open = openWorkTimers(*status);
+    if (!open.empty())
+        parts << openTimersText(qsizetype(open.size()));
+    return parts.join(QStringLiteral(" · "));
 }
 
 // Runs `start` against a fresh model and waits for `finished`; returns its exit code.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "daemon_link/meter_client.h"
 #include "daemon_link/records.h"
 #include "platform/environment.h"
 
@@ -15,7 +16,9 @@ int run(const QStringList &args, const Environment &env);
 
 // The pieces the commands print, separate so they can be checked without a daemon.
 QString summary(const DaemonStatus &status);
-QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base);
+// Without a status: the "down" object, saying why (`failure`) in its tooltip.
+QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base,
+                         ReplyFailure failure = ReplyFailure::Unreachable);
 QString watchLine(const std::optional<DaemonStatus> &status, const QString &base);
 
 } // namespace quonbrix::cli

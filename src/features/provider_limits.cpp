@@ -1,5 +1,7 @@
 #include "features/provider_limits.h"
 
+#include "features/formatting.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -91,6 +93,52 @@ LimitSeverity limitSeverity(double usedPercent) {
     if (usedPercent >= 80.0)
         return LimitSeverity::Warning;
     return LimitSeverity::Fine;
+}
+
+QString usedPercentText(double usedPercent) {
+    const auto rounded = roundToInt64(usedPercent);
+    return rounded ? QString::number(*rounded) + u'%' : QStringLiteral("—");
+}
+
+LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all) {
+    const ProviderLimitSnapshot *top = nullptr;
+    for (const auto &s : all) {
+        if (s.source == QLatin1String("codex") && s.window == QLatin1String("session"))
+            continue;
+        if (std::isnan(s.usedPercent))
+            continue;
+        if (!top || s.usedPercent > top->usedPercent)
+            top = &s;
+    }
+    if (!top)
+        return {QStringLiteral("Provider reading is stale"), std::nullopt, {}, {}};
+
+    LimitHeadline h;
+    h.severity = limitSeverity(top->usedPercent);
+    switch (*h.severity) {
+    case LimitSeverity::Critical:
+        h.text = QStringLiteral("Almost at a provider limit");
+        break;
+    case LimitSeverity::Warning:
+        h.text = QStringLiteral("Watch your remaining headroom");
+        break;
+    case LimitSeverity::Fine:
+        h.text = QStringLiteral("You can keep working");
+        break;
+    }
+    // From the rounded figure the row shows (80.5 shows "81%", so "19% left"); clamped
+    // before subtracting, as a daemon figure can be anything up to ±2^63.
+    const double used = top->usedPercent;
+    const qint64 shown =
+        std::clamp<qint64>(roundToInt64(used).value_or(used > 0 ? 100 : 0), 0, 100);
+    h.remaining = QString::number(100 - shown) + QStringLiteral("% left");
+    h.detail = providerDisplayName(top->source) + QStringLiteral(" · ") +
+               providerLimitWindowName(*top) + QStringLiteral(" · provider reported");
+    return h;
+}
+
+QString providerHeadroomUnavailableText() {
+    return QStringLiteral("Provider headroom unavailable");
 }
 
 } // namespace quonbrix

@@ -42,4 +42,23 @@ enum class LimitSeverity { Fine, Warning, Critical };
 // 95 % or more is critical, 80 % or more a warning.
 LimitSeverity limitSeverity(double usedPercent);
 
+// A daemon percentage (not a fraction) as a limit row shows it: rounded to a whole number,
+// "91%", or "—" when it is no number.
+QString usedPercentText(double usedPercent);
+
+// The words over the limits: the popover's headline and the command line's limit lines.
+struct LimitHeadline {
+    QString text; // "You can keep working", …, or "Provider reading is stale"
+    // The deciding reading's grade; absent when no reading could decide.
+    std::optional<LimitSeverity> severity;
+    QString remaining; // "4% left"; empty when no reading could decide
+    QString detail;    // "Claude Code · 5h window · provider reported"; empty likewise
+};
+// The Codex 5-hour window never decides it; stale readings do (the tray icon ignores them
+// instead). "N% left" is 100 less the percentage the deciding row shows, so the two always add
+// up to 100.
+LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all);
+// What stands in for the headline when the daemon has no reading at all.
+QString providerHeadroomUnavailableText();
+
 } // namespace quonbrix

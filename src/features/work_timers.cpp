@@ -64,4 +64,25 @@ QString formatElapsedClock(qint64 seconds) {
     return QString::asprintf("%02lld:%02lld:%02lld", s / 3600, (s / 60) % 60, s % 60);
 }
 
+bool isOpenWorkTimer(const WorkSession &session) {
+    return !session.completedAt && session.status != QLatin1String("completed") &&
+           session.status != QLatin1String("cancelled");
+}
+
+std::vector<const WorkSession *> openWorkTimers(const DaemonStatus &status) {
+    std::vector<const WorkSession *> open;
+    if (status.workTimers)
+        for (const WorkSession &session : *status.workTimers)
+            if (isOpenWorkTimer(session))
+                open.push_back(&session);
+    return open;
+}
+
+QString openTimersText(qsizetype count) {
+    if (count <= 0)
+        return QStringLiteral("No open timers");
+    return QString::number(count) +
+           (count == 1 ? QStringLiteral(" open timer") : QStringLiteral(" open timers"));
+}
+
 } // namespace quonbrix

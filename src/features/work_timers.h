@@ -39,4 +39,11 @@ std::optional<QString> trimmedProjectLabel(const QString &typed);
 // "01:02:03".
 QString formatElapsedClock(qint64 seconds);
 
+// Neither completed nor cancelled: the daemon may still list such a session for a moment.
+bool isOpenWorkTimer(const WorkSession &session);
+// The open sessions among the daemon's, in its order.
+std::vector<const WorkSession *> openWorkTimers(const DaemonStatus &status);
+// "No open timers", "1 open timer", "3 open timers".
+QString openTimersText(qsizetype count);
+
 } // namespace quonbrix

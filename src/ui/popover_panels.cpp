@@ -2,6 +2,7 @@
 
 #include "features/formatting.h"
 #include "features/provider_limits.h"
+#include "features/today_figures.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,12 +14,6 @@ namespace {
 const QString barHelp =
     QStringLiteral("Provider rate limit used (account-level, reported by the provider)");
 const QString staleHelp = QStringLiteral("Provider reading is stale");
-
-// "91%": a daemon percentage (not a fraction) rounded to a whole number.
-QString wholePercent(double usedPercent) {
-    const auto rounded = roundToInt64(usedPercent);
-    return rounded ? QString::number(*rounded) + u'%' : QStringLiteral("—");
-}
 
 } // namespace
 
@@ -44,39 +39,25 @@ QString providerColor(const QString &source) {
     return QStringLiteral("#8e8e93");
 }
 
-LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all) {
-    const ProviderLimitSnapshot *top = nullptr;
-    for (const auto &s : all) {
-        if (s.source == QLatin1String("codex") && s.window == QLatin1String("session"))
-            continue;
-        if (std::isnan(s.usedPercent))
-            continue;
-        if (!top || s.usedPercent > top->usedPercent)
-            top = &s;
+Tone headlineTone(std::optional<LimitSeverity> severity) {
+    if (!severity)
+        return Tone::Secondary;
+    switch (*severity) {
+    case LimitSeverity::Critical:
+        return Tone::Red;
+    case LimitSeverity::Warning:
+        return Tone::Orange;
+    case LimitSeverity::Fine:
+        break;
     }
-    if (!top)
-        return {QStringLiteral("Provider reading is stale"), Tone::Secondary,
-                QStringLiteral("clock"), QString(), QString()};
+    return Tone::Green;
+}
 
-    LimitHeadline h;
-    const double used = top->usedPercent;
-    if (used >= 95.0) {
-        h.text = QStringLiteral("Almost at a provider limit");
-        h.tone = Tone::Red;
-    } else if (used >= 80.0) {
-        h.text = QStringLiteral("Watch your remaining headroom");
-        h.tone = Tone::Orange;
-    } else {
-        h.text = QStringLiteral("You can keep working");
-        h.tone = Tone::Green;
-    }
-    h.symbol = used >= 80.0 ? QStringLiteral("exclamationmark.triangle")
-                            : QStringLiteral("checkmark.circle");
-    const qint64 left = std::max<qint64>(0, roundToInt64(100.0 - used).value_or(0));
-    h.remaining = QString::number(left) + QStringLiteral("% left");
-    h.detail = providerDisplayName(top->source) + QStringLiteral(" · ") +
-               providerLimitWindowName(*top) + QStringLiteral(" · provider reported");
-    return h;
+QString headlineSymbol(std::optional<LimitSeverity> severity) {
+    if (!severity)
+        return QStringLiteral("clock");
+    return *severity == LimitSeverity::Fine ? QStringLiteral("checkmark.circle")
+                                            : QStringLiteral("exclamationmark.triangle");
 }
 
 view::Credits resetCreditBadge(const CodexResetCreditsStatus &credits,
@@ -115,7 +96,7 @@ std::vector<view::LimitGroup> limitGroups(const DaemonStatus &status, const Pane
             row.windowName = providerLimitWindowName(*s);
             row.fraction =
                 std::isnan(s->usedPercent) ? 0.0 : std::clamp(s->usedPercent / 100.0, 0.0, 1.0);
-            row.percent = wholePercent(s->usedPercent);
+            row.percent = usedPercentText(s->usedPercent);
             if (s->resetsAtMs)
                 row.resets = QStringLiteral("resets ") + relativeTime(*s->resetsAtMs, context.now);
             row.stale = s->stale.value_or(false);
@@ -130,7 +111,7 @@ std::vector<view::LimitGroup> limitGroups(const DaemonStatus &status, const Pane
 view::Limits limitsPanel(const std::optional<DaemonStatus> &status, const PanelContext &context) {
     view::Limits limits;
     limits.title = QStringLiteral("Can I keep working?");
-    limits.unavailableHeading = QStringLiteral("Provider headroom unavailable");
+    limits.unavailableHeading = providerHeadroomUnavailableText();
     limits.unavailableText =
         QStringLiteral("Run Claude Code or Codex once. If no reading appears, update the app. A "
                        "token goal is not used as a substitute.");
@@ -144,44 +125,26 @@ view::Limits limitsPanel(const std::optional<DaemonStatus> &status, const PanelC
     if (!limits.hasReadings)
         return limits;
     const LimitHeadline h = limitHeadline(*status->providerLimits);
-    limits.headline = {h.text, toneColor(h.tone), view::symbolUrl(h.symbol), h.remaining, h.detail};
+    limits.headline = {h.text, toneColor(headlineTone(h.severity)),
+                       view::symbolUrl(headlineSymbol(h.severity)), h.remaining, h.detail};
     limits.groups = limitGroups(*status, context);
     return limits;
 }
 
 std::vector<view::TodayColumn> todayColumns(const DaemonStatus &status) {
     std::vector<view::TodayColumn> columns;
-    columns.push_back({formatTokens(status.output), QStringLiteral("output tokens"),
-                       QStringLiteral("Output-token split by local source"),
-                       view::symbolUrl(QStringLiteral("info.circle"))});
-    // The estimate is the whole API-list-price figure only when every token had a price.
-    const bool complete =
-        status.unpricedTokens.value_or(0) == 0 && status.indeterminateTokens.value_or(0) == 0;
-    if (complete)
-        columns.push_back({formatUSD(status.estCost), QStringLiteral("API equivalent"), {}, {}});
-    else
+    for (const TodayFigure &figure : todayFigures(status))
         columns.push_back(
-            {status.pricedSubtotal ? formatUSD(*status.pricedSubtotal) : QStringLiteral("—"),
-             QStringLiteral("priced API subtotal"),
-             {},
-             {}});
-    if (status.attention)
-        columns.push_back({formatSecondsAsHours(status.attention->activeSeconds),
-                           QStringLiteral("coding time"),
-                           {},
-                           {}});
+            {figure.value, figure.caption, figure.help,
+             figure.help.isEmpty() ? QString() : view::symbolUrl(QStringLiteral("info.circle"))});
     return columns;
 }
 
 std::vector<view::SourceShare> sourceBreakdown(const DaemonStatus &status) {
-    const double claude = double(std::max<qint64>(0, status.claudeCodeOutput));
-    const double codex = double(std::max<qint64>(0, status.codexOutput));
-    const double total = claude + codex;
-    const auto share = [total](const QString &name, double part) {
-        const double f = total > 0 ? part / total : 0.0;
-        return view::SourceShare{name, f, percent(f)};
-    };
-    return {share(QStringLiteral("Claude"), claude), share(QStringLiteral("Codex"), codex)};
+    std::vector<view::SourceShare> shares;
+    for (const SourceShare &share : todaySourceShares(status))
+        shares.push_back({share.name, share.fraction, share.percent});
+    return shares;
 }
 
 view::Today todayPanel(const std::optional<DaemonStatus> &status) {

@@ -2,6 +2,7 @@
 
 #include "features/formatting.h"
 #include "features/sharing.h"
+#include "features/work_timers.h"
 #include "ui/popover_panels.h"
 
 #include <algorithm>
@@ -9,11 +10,6 @@
 namespace quonbrix {
 
 namespace {
-
-bool isOpen(const WorkSession &session) {
-    return !session.completedAt && session.status != QLatin1String("completed") &&
-           session.status != QLatin1String("cancelled");
-}
 
 bool isRunning(const WorkSession &session) {
     return session.status == QLatin1String("running");
@@ -66,7 +62,7 @@ bool anyTimerRunning(const std::optional<DaemonStatus> &status) {
     if (!status || !status->workTimers)
         return false;
     return std::any_of(status->workTimers->cbegin(), status->workTimers->cend(),
-                       [](const WorkSession &s) { return isOpen(s) && isRunning(s); });
+                       [](const WorkSession &s) { return isOpenWorkTimer(s) && isRunning(s); });
 }
 
 view::Work workPanel(const StatusModel &model, const QDateTime &now) {
@@ -75,18 +71,13 @@ view::Work workPanel(const StatusModel &model, const QDateTime &now) {
     work.labelPlaceholder = QStringLiteral("Project label");
     work.start = button(QStringLiteral("Start"), QStringLiteral("play.fill"), QString(),
                         !model.workTimerBusyIDs().contains(workTimerStartBusyID));
-    const auto &status = model.status();
-    if (status && status->workTimers) {
-        for (const WorkSession &session : *status->workTimers)
-            if (isOpen(session))
-                work.timers.push_back(
-                    timerRow(session, model.workTimerBusyIDs().contains(session.id), now));
-    }
-    work.timersHeader =
-        work.timers.empty()
-            ? QStringLiteral("No open timers")
-            : QString::number(work.timers.size()) +
-                  QStringLiteral(" open timers · concurrent timer time is additive");
+    if (const auto &status = model.status())
+        for (const WorkSession *session : openWorkTimers(*status))
+            work.timers.push_back(
+                timerRow(*session, model.workTimerBusyIDs().contains(session->id), now));
+    work.timersHeader = openTimersText(qsizetype(work.timers.size()));
+    if (!work.timers.empty())
+        work.timersHeader += QStringLiteral(" · concurrent timer time is additive");
     work.feedback = feedback(model.workTimerFeedback());
     return work;
 }
