@@ -178,6 +178,9 @@ void ShellTest::trayBadgeFollowsLimits() {
     core.launch();
     QTRY_VERIFY(core.model().hasStatus());
     QCOMPARE(int(shell.currentBadge()), badge);
+    // The tooltip carries the headline with its headroom.
+    QVERIFY2(shell.trayIcon()->toolTip().contains(QStringLiteral("% left")),
+             qPrintable(shell.trayIcon()->toolTip()));
     // The tray shows a different picture exactly when the badge changed.
     QCOMPARE(shell.trayIcon()->icon().cacheKey() != before.cacheKey(),
              badge != int(IconBadge::None));
@@ -261,6 +264,7 @@ void ShellTest::notMeteringSaysWhy() {
     QTRY_VERIFY_WITH_TIMEOUT(core.model().daemonCondition().startsWith(says), 5000);
     QCOMPARE(shell.presenter().state().header->condition, core.model().daemonCondition());
     QCOMPARE(int(shell.currentBadge()), int(IconBadge::NotMetering));
+    QVERIFY(trayToolTip(core.model()).contains(core.model().daemonCondition()));
     core.shutdown();
 }
 

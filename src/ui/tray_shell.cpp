@@ -5,6 +5,10 @@
 #include "ui/popover_host.h"
 #include "ui/popover_presenter.h"
 
+#include "features/provider_limits.h"
+#include "features/today_figures.h"
+#include "features/work_timers.h"
+
 #include <QApplication>
 #include <QClipboard>
 #include <QCoreApplication>
@@ -22,6 +26,36 @@
 Q_LOGGING_CATEGORY(lcTray, "quonbrix.shell")
 
 namespace quonbrix {
+
+QString trayToolTip(const StatusModel &model) {
+    QStringList lines{QStringLiteral("QuonBrix")};
+    if (!model.daemonCondition().isEmpty())
+        lines << model.daemonCondition();
+    const auto &status = model.status();
+    if (!status) {
+        if (model.daemonCondition().isEmpty())
+            lines << QStringLiteral("Starting meter…");
+        return lines.join(u'\n');
+    }
+    if (status->providerLimits && !status->providerLimits->empty()) {
+        const LimitHeadline headline = limitHeadline(*status->providerLimits);
+        lines << (headline.remaining.isEmpty()
+                      ? headline.text
+                      : headline.text + QStringLiteral(" · ") + headline.remaining);
+    } else {
+        lines << providerHeadroomUnavailableText();
+    }
+    const std::vector<TodayFigure> today = todayFigures(*status);
+    if (!today.empty())
+        lines << QStringLiteral("Today: ") + todayFigureText(today.front());
+    QStringList timers;
+    for (const WorkSession *session : openWorkTimers(*status))
+        timers << session->projectLabel;
+    lines << (timers.isEmpty() ? openTimersText(0)
+                               : openTimersText(timers.size()) + QStringLiteral(": ") +
+                                     timers.join(QStringLiteral(", ")));
+    return lines.join(u'\n');
+}
 
 TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
     : QObject(parent)
@@ -86,7 +120,7 @@ void TrayShell::makeTray() {
     if (m_tray)
         return;
     m_tray = new QSystemTrayIcon(this);
-    m_tray->setToolTip(QStringLiteral("QuonBrix"));
+    m_tray->setToolTip(trayToolTip(m_core.model()));
     m_menu = std::make_unique<QMenu>();
     m_menu->addAction(QStringLiteral("Open"), this, &TrayShell::openPopover);
     m_menu->addAction(QStringLiteral("Refresh"), &m_core.model(), &StatusModel::refresh);
@@ -162,6 +196,11 @@ void TrayShell::copyToClipboard(const QString &text) {
 }
 
 void TrayShell::updateIcon() {
+    if (m_tray) {
+        const QString tip = trayToolTip(m_core.model());
+        if (tip != m_tray->toolTip())
+            m_tray->setToolTip(tip);
+    }
     const IconBadge badge = m_core.model().daemonCondition().isEmpty()
                                 ? iconBadgeFor(m_core.model().status())
                                 : IconBadge::NotMetering;
