@@ -20,6 +20,7 @@ Rectangle {
     border.color: palette.mid
 
     Text {
+        Accessible.ignored: !visible
         id: caption
         anchors.fill: parent
         anchors.margins: 4

@@ -30,6 +30,7 @@ Rectangle {
         Accessible.name: field.placeholder
     }
     Text {
+        Accessible.ignored: !visible
         anchors.fill: input
         verticalAlignment: Text.AlignVCenter
         visible: input.text.length === 0

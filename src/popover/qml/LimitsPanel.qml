@@ -19,6 +19,7 @@ SectionPanel {
             size: 16
         }
         Text {
+            Accessible.ignored: !visible
             Layout.fillWidth: true
             text: panel.view.limits.headline.text
             color: panel.view.limits.headline.color
@@ -26,12 +27,14 @@ SectionPanel {
             elide: Text.ElideRight
         }
         Text {
+            Accessible.ignored: !visible
             text: panel.view.limits.headline.remaining
             color: panel.view.limits.headline.color
             font.bold: true
         }
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: panel.view.limits.hasReadings && text.length > 0
         text: panel.view.limits.headline.detail
@@ -55,6 +58,7 @@ SectionPanel {
                 Layout.topMargin: 4
                 Rectangle { width: 8; height: 8; radius: 4; color: group.color }
                 Text {
+                    Accessible.ignored: !visible
                     text: group.heading
                     font.bold: true
                     font.pixelSize: 11
@@ -86,6 +90,7 @@ SectionPanel {
                         spacing: 4
                         SymbolIcon { source: row.symbol; size: 12 }
                         Text {
+                            Accessible.ignored: !visible
                             Layout.fillWidth: true
                             text: row.windowName
                             font.pixelSize: 11
@@ -104,6 +109,7 @@ SectionPanel {
                         spacing: 0
                         Layout.preferredWidth: 84
                         Text {
+                            Accessible.ignored: !visible
                             Layout.alignment: Qt.AlignRight
                             text: row.percent
                             font.pixelSize: 11
@@ -111,6 +117,7 @@ SectionPanel {
                             color: palette.windowText
                         }
                         Text {
+                            Accessible.ignored: !visible
                             Layout.alignment: Qt.AlignRight
                             visible: text.length > 0
                             text: row.resets
@@ -132,12 +139,14 @@ SectionPanel {
         visible: !panel.view.limits.hasReadings
         SymbolIcon { source: panel.view.limits.unavailableSymbol; size: 16 }
         Text {
+            Accessible.ignored: !visible
             text: panel.view.limits.unavailableHeading
             font.bold: true
             color: palette.windowText
         }
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: !panel.view.limits.hasReadings
         text: panel.view.limits.unavailableText
@@ -157,6 +166,7 @@ SectionPanel {
         visible: !panel.view.limits.hasReadings
                  && panel.view.limits.unavailableCredits.text.length > 0
         Text {
+            Accessible.ignored: !visible
             text: panel.view.limits.creditsLabel
             font.pixelSize: 11
             color: palette.windowText

@@ -9,6 +9,7 @@ SectionPanel {
     title: view.mcp.title
 
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         text: screen.view.mcp.description
         wrapMode: Text.WordWrap
@@ -45,6 +46,7 @@ SectionPanel {
                 Keys.onSpacePressed: screen.view.selectMcpClient(client)
                 Keys.onReturnPressed: screen.view.selectMcpClient(client)
                 Text {
+                    Accessible.ignored: !visible
                     id: segmentText
                     anchors.centerIn: parent
                     text: segment.name
@@ -77,6 +79,7 @@ SectionPanel {
             visible: state.length > 0
             spacing: 6
             Text {
+                Accessible.ignored: !visible
                 Layout.preferredWidth: 96
                 text: clientState.name
                 font.pixelSize: 11
@@ -88,6 +91,7 @@ SectionPanel {
                 size: 12
             }
             Text {
+                Accessible.ignored: !visible
                 Layout.fillWidth: true
                 text: clientState.state
                 wrapMode: Text.WordWrap
@@ -134,6 +138,7 @@ SectionPanel {
     RowLayout {
         Layout.fillWidth: true
         Text {
+            Accessible.ignored: !visible
             Layout.fillWidth: true
             text: screen.view.mcp.snippetHint
             wrapMode: Text.WordWrap
@@ -158,6 +163,7 @@ SectionPanel {
         onClicked: screen.view.installMcpClient(screen.view.mcp.selectedClient)
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         text: screen.view.mcp.installHint
         wrapMode: Text.WordWrap
@@ -165,6 +171,7 @@ SectionPanel {
         color: palette.placeholderText
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: text.length > 0
         text: screen.view.mcp.waitingText
@@ -182,6 +189,7 @@ SectionPanel {
             size: 14
         }
         Text {
+            Accessible.ignored: !visible
             Layout.fillWidth: true
             text: screen.view.mcp.result
             wrapMode: Text.WrapAtWordBoundaryOrAnywhere

@@ -55,6 +55,7 @@ Rectangle {
             size: button.symbolSize
         }
         Text {
+            Accessible.ignored: !visible
             visible: button.showText && text.length > 0
             text: button.text
             font.pixelSize: button.fontSize

@@ -57,6 +57,7 @@ Window {
                 size: 14
             }
             Text {
+                Accessible.ignored: !visible
                 Layout.fillWidth: true
                 text: root.view.header.condition
                 wrapMode: Text.WordWrap
@@ -66,6 +67,7 @@ Window {
         }
 
         Text {
+            Accessible.ignored: !visible
             Layout.fillWidth: true
             visible: text.length > 0
             text: root.view.header.trayHint
@@ -100,6 +102,7 @@ Window {
                 spacing: 8
                 Spinner {}
                 Text {
+                    Accessible.ignored: !visible
                     text: root.view.header.loadingText
                     color: palette.windowText
                 }

@@ -16,6 +16,7 @@ ColumnLayout {
     Repeater {
         model: footer.view.footer.messages
         delegate: Text {
+            Accessible.ignored: !visible
             required property string modelData
             Layout.fillWidth: true
             text: modelData
@@ -25,6 +26,7 @@ ColumnLayout {
         }
     }
     Text {
+        Accessible.ignored: !visible
         text: footer.view.footer.syncDetail
         font.pixelSize: 10
         color: palette.placeholderText

@@ -18,6 +18,7 @@ RowLayout {
         RowLayout {
             spacing: 6
             Text {
+                Accessible.ignored: !visible
                 text: header.view.header.title
                 font.bold: true
                 font.pixelSize: 15
@@ -28,6 +29,7 @@ RowLayout {
             }
         }
         Text {
+            Accessible.ignored: !visible
             Layout.fillWidth: true
             text: header.view.header.subtitle
             wrapMode: Text.WordWrap

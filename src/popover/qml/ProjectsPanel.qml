@@ -9,6 +9,7 @@ SectionPanel {
     title: view.projects.title
 
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: panel.view.projectRows.count === 0
         text: panel.view.projects.emptyText
@@ -25,6 +26,7 @@ SectionPanel {
             required property string costHelp
             Layout.fillWidth: true
             Text {
+                Accessible.ignored: !visible
                 Layout.fillWidth: true
                 text: project.label
                 elide: Text.ElideRight
@@ -32,6 +34,7 @@ SectionPanel {
                 color: palette.windowText
             }
             Text {
+                Accessible.ignored: !visible
                 text: project.figures
                 font.pixelSize: 11
                 color: palette.windowText

@@ -17,6 +17,7 @@ ColumnLayout {
         Text { text: badge.credits.text; font.pixelSize: 11; color: palette.windowText }
     }
     Text {
+        Accessible.ignored: !visible
         visible: text.length > 0
         text: badge.credits.expiry
         font.pixelSize: 10

@@ -24,6 +24,7 @@ Rectangle {
             Layout.fillWidth: true
             visible: titleLabel.text.length > 0 || trailingSlot.children.length > 0
             Text {
+                Accessible.ignored: !visible
                 id: titleLabel
                 font.bold: true
                 font.pixelSize: 12

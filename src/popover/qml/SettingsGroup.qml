@@ -44,12 +44,14 @@ ColumnLayout {
                 Layout.fillWidth: true
                 spacing: 1
                 Text {
+                    Accessible.ignored: !visible
                     text: group.view.settings.title
                     font.bold: true
                     font.pixelSize: 12
                     color: palette.windowText
                 }
                 Text {
+                    Accessible.ignored: !visible
                     text: group.view.settings.subtitle
                     font.pixelSize: 11
                     color: palette.placeholderText
@@ -103,12 +105,14 @@ ColumnLayout {
                     RowLayout {
                         spacing: 6
                         Text {
+                            Accessible.ignored: !visible
                             text: rowItem.title
                             font.bold: true
                             font.pixelSize: 12
                             color: palette.windowText
                         }
                         Text {
+                            Accessible.ignored: !visible
                             visible: text.length > 0
                             text: rowItem.status
                             font.pixelSize: 11
@@ -122,6 +126,7 @@ ColumnLayout {
                         }
                     }
                     Text {
+                        Accessible.ignored: !visible
                         Layout.fillWidth: true
                         text: rowItem.detail
                         wrapMode: Text.WordWrap

@@ -9,6 +9,7 @@ SectionPanel {
     title: view.guide.title
 
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         text: guide.view.guide.lead
         wrapMode: Text.WordWrap
@@ -17,6 +18,7 @@ SectionPanel {
         color: palette.windowText
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         text: guide.view.guide.intro
         wrapMode: Text.WordWrap
@@ -50,6 +52,7 @@ SectionPanel {
                 Layout.fillWidth: true
                 spacing: 2
                 Text {
+                    Accessible.ignored: !visible
                     Layout.fillWidth: true
                     text: step.title
                     wrapMode: Text.WordWrap
@@ -58,6 +61,7 @@ SectionPanel {
                     color: palette.windowText
                 }
                 Text {
+                    Accessible.ignored: !visible
                     Layout.fillWidth: true
                     text: step.body
                     wrapMode: Text.WordWrap

@@ -16,6 +16,7 @@ SectionPanel {
             size: 14
         }
         Text {
+            Accessible.ignored: !visible
             text: panel.view.sharing.state
             color: panel.view.sharing.color
             font.bold: true
@@ -24,6 +25,7 @@ SectionPanel {
         SymbolIcon { source: panel.view.sharing.disclosure; size: 12 }
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         text: panel.view.sharing.summary
         wrapMode: Text.WordWrap

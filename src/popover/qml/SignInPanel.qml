@@ -16,6 +16,7 @@ SectionPanel {
 
     // The code.
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: panel.signIn.userCode.length > 0
         text: panel.signIn.promptText
@@ -60,6 +61,7 @@ SectionPanel {
         visible: panel.signIn.errorTitle.length > 0
         SymbolIcon { source: panel.signIn.errorSymbol; size: 16 }
         Text {
+            Accessible.ignored: !visible
             text: panel.signIn.errorTitle
             font.bold: true
             color: palette.windowText
@@ -76,6 +78,7 @@ SectionPanel {
         color: palette.windowText
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: panel.signIn.terminalText.length > 0
         text: panel.signIn.terminalText
@@ -90,6 +93,7 @@ SectionPanel {
         onClicked: panel.view.copySignInCommand()
     }
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         visible: panel.signIn.terminalText.length > 0
         text: panel.signIn.terminalNote

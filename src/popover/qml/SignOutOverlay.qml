@@ -31,6 +31,7 @@ Rectangle {
             anchors.margins: 16
             spacing: 10
             Text {
+                Accessible.ignored: !visible
                 Layout.fillWidth: true
                 text: overlay.view.signOut.title
                 font.bold: true
@@ -39,6 +40,7 @@ Rectangle {
                 color: palette.windowText
             }
             Text {
+                Accessible.ignored: !visible
                 Layout.fillWidth: true
                 text: overlay.view.signOut.text
                 font.pixelSize: 12

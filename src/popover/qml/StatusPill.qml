@@ -12,6 +12,7 @@ Rectangle {
     color: Qt.rgba(tint.r, tint.g, tint.b, 0.18)
 
     Text {
+        Accessible.ignored: !visible
         id: caption
         anchors.centerIn: parent
         font.pixelSize: 10

@@ -23,6 +23,7 @@ SectionPanel {
                 Layout.preferredWidth: 1
                 spacing: 0
                 Text {
+                    Accessible.ignored: !visible
                     Layout.fillWidth: true
                     text: column.value
                     font.pixelSize: 18
@@ -34,6 +35,7 @@ SectionPanel {
                 RowLayout {
                     spacing: 3
                     Text {
+                        Accessible.ignored: !visible
                         text: column.caption
                         font.pixelSize: 10
                         color: palette.placeholderText
@@ -62,6 +64,7 @@ SectionPanel {
             required property string percent
             Layout.fillWidth: true
             Text {
+                Accessible.ignored: !visible
                 Layout.preferredWidth: 56
                 text: share.name
                 font.pixelSize: 11
@@ -69,6 +72,7 @@ SectionPanel {
             }
             BurnRateBar { Layout.fillWidth: true; fraction: share.fraction; name: share.name }
             Text {
+                Accessible.ignored: !visible
                 Layout.preferredWidth: 36
                 horizontalAlignment: Text.AlignRight
                 text: share.percent

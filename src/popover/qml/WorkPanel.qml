@@ -9,6 +9,7 @@ SectionPanel {
     title: view.work.title
 
     Text {
+        Accessible.ignored: !visible
         Layout.fillWidth: true
         text: panel.view.work.timersHeader
         font.pixelSize: 11
@@ -56,6 +57,7 @@ SectionPanel {
                 Layout.fillWidth: true
                 spacing: 0
                 Text {
+                    Accessible.ignored: !visible
                     Layout.fillWidth: true
                     text: timer.label
                     font.bold: true
@@ -63,6 +65,7 @@ SectionPanel {
                     color: palette.windowText
                 }
                 Text {
+                    Accessible.ignored: !visible
                     text: timer.caption
                     font.pixelSize: 10
                     color: palette.placeholderText
@@ -71,12 +74,14 @@ SectionPanel {
             ColumnLayout {
                 spacing: 0
                 Text {
+                    Accessible.ignored: !visible
                     Layout.alignment: Qt.AlignRight
                     text: timer.elapsed
                     font.family: "monospace"
                     color: palette.windowText
                 }
                 Text {
+                    Accessible.ignored: !visible
                     Layout.alignment: Qt.AlignRight
                     text: timer.stateWord
                     font.pixelSize: 10
@@ -111,6 +116,7 @@ SectionPanel {
             size: 12
         }
         Text {
+            Accessible.ignored: !visible
             Layout.fillWidth: true
             text: panel.view.work.feedback.text
             color: panel.view.work.feedback.color
