@@ -17,9 +17,11 @@ struct AttentionSources {
     QString why;
 };
 
-// X11 sessions use the X server directly; Wayland sessions use what the compositor offers
-// over the session bus (GNOME's idle monitor, KDE's screen saver), probed in that order.
-// Called once at start-up; the probe waits a quarter of a second at most.
+// X11 sessions use the X server directly. Wayland sessions use what the compositor offers:
+// idle time from GNOME's idle monitor, KDE's screen saver (both on the session bus) or the
+// Wayland idle protocols, probed in that order; the focused application from sway's or
+// Hyprland's IPC. Logs the choice. Called once at start-up; the probes wait a quarter of a
+// second at most each.
 AttentionSources openAttentionSources(const Environment &env, QDBusConnection bus);
 
 } // namespace quonbrix
