@@ -78,8 +78,8 @@ public:
             wl_global_create(m_display, &ext_idle_notifier_v1_interface, 1, this, bindExt);
         if (kdeIdle)
             wl_global_create(m_display, &org_kde_kwin_idle_interface, 1, this, bindKde);
-        wl_event_loop_add_fd(wl_display_get_event_loop(m_display), m_wake, WL_EVENT_READABLE,
-                             onWake, this);
+        m_wakeSource = wl_event_loop_add_fd(wl_display_get_event_loop(m_display), m_wake,
+                                            WL_EVENT_READABLE, onWake, this);
         m_thread = std::thread([this] { wl_display_run(m_display); });
     }
     ~StandInCompositor() {
@@ -100,6 +100,7 @@ public:
         wl_display_terminate(m_display);
         m_thread.join();
         wl_display_destroy_clients(m_display);
+        wl_event_source_remove(m_wakeSource);
         wl_display_destroy(m_display);
         m_display = nullptr;
     }
@@ -168,6 +169,7 @@ private:
 
     wl_display *m_display;
     int m_wake;
+    wl_event_source *m_wakeSource = nullptr;
     std::atomic<Say> m_say{Say::Idled};
     // Each notification object and whether it is ext_idle_notification_v1; touched on the
     // compositor's thread only.
