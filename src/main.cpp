@@ -1,6 +1,6 @@
 #include "app/app_core.h"
 #include "cli/cli.h"
-#include "platform/dbus_idle.h"
+#include "platform/attention_sources.h"
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
 #include "platform/lag_probe.h"

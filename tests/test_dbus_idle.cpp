@@ -3,6 +3,7 @@
 // own connection and thread, as the compositor would.
 
 #include "app/status_model.h"
+#include "platform/attention_sources.h"
 #include "platform/dbus_idle.h"
 #include "support/fake_daemon.h"
 

@@ -3,7 +3,7 @@
 #include "app/status_model.h"
 #include "daemon_link/meter_client.h"
 #include "features/alerts.h"
-#include "platform/dbus_idle.h"
+#include "platform/attention_sources.h"
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
 #include "supervisor/daemon_supervisor.h"

@@ -73,50 +73,17 @@ void KdeScreenSaverIdleTime::queryIdleSeconds(QObject *context, Answer answer) {
     queryIdleMilliseconds(m_bus, kdeCall(), context, std::move(answer));
 }
 
-AttentionSources openAttentionSources(const Environment &env, QDBusConnection bus) {
-    AttentionSources sources;
-    const QString sessionType = env.value(QStringLiteral("XDG_SESSION_TYPE"), QString());
-    const auto display = env.value(QStringLiteral("DISPLAY"));
-    const bool wayland =
-        sessionType == QLatin1String("wayland") || env.contains(QStringLiteral("WAYLAND_DISPLAY"));
-    if (!wayland && display && !display->isEmpty()) {
-        if (auto x11 = X11DesktopSession::open(*display)) {
-            X11DesktopSession *session = x11.get();
-            sources.foreground = session;
-            sources.foregroundOwner = std::move(x11);
-            // The same connection answers both questions; the idle side borrows it.
-            struct Borrowed final : IdleTimeSource {
-                explicit Borrowed(X11DesktopSession *s)
-                    : session(s) {}
-                void queryIdleSeconds(QObject *context, Answer answer) override {
-                    session->queryIdleSeconds(context, std::move(answer));
-                }
-                QString name() const override { return session->name(); }
-                X11DesktopSession *session;
-            };
-            sources.idle = std::make_unique<Borrowed>(session);
-            return sources;
-        }
-    }
-    // Wayland: a client cannot see other clients' input or windows, so only the compositor's
-    // own services can tell. Neither GNOME nor Plasma names the focused application over a
-    // public interface, so the foreground keys stay absent there.
-    if (hasService(bus, mutterService)) {
-        sources.idle = std::make_unique<MutterIdleTime>(bus);
-        return sources;
-    }
-    // Other desktops register the screen saver's name without the idle call; only keep it if
-    // it answers.
-    if (hasService(bus, kdeService) &&
-        secondsFrom(bus.call(kdeCall(), QDBus::Block, probeTimeoutMs))) {
-        sources.idle = std::make_unique<KdeScreenSaverIdleTime>(bus);
-        return sources;
-    }
-    sources.why = wayland ? QStringLiteral("this Wayland session offers neither GNOME's "
-                                           "IdleMonitor nor KDE's ScreenSaver idle time")
-                          : QStringLiteral("no X11 display with the XScreenSaver extension and "
-                                           "no idle service on the session bus");
-    return sources;
+std::unique_ptr<MutterIdleTime> MutterIdleTime::probe(QDBusConnection bus) {
+    if (!hasService(bus, mutterService))
+        return nullptr;
+    return std::make_unique<MutterIdleTime>(bus);
+}
+
+std::unique_ptr<KdeScreenSaverIdleTime> KdeScreenSaverIdleTime::probe(QDBusConnection bus) {
+    if (!hasService(bus, kdeService) ||
+        !secondsFrom(bus.call(kdeCall(), QDBus::Block, probeTimeoutMs)))
+        return nullptr;
+    return std::make_unique<KdeScreenSaverIdleTime>(bus);
 }
 
 } // namespace quonbrix

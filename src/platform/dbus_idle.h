@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/desktop_session.h"
-#include "platform/environment.h"
 
 #include <QDBusConnection>
 #include <memory>
@@ -12,6 +11,8 @@ namespace quonbrix {
 class MutterIdleTime final : public IdleTimeSource {
 public:
     explicit MutterIdleTime(QDBusConnection bus);
+    // Null when the session bus has no idle monitor.
+    static std::unique_ptr<MutterIdleTime> probe(QDBusConnection bus);
     void queryIdleSeconds(QObject *context, Answer answer) override;
     QString name() const override { return QStringLiteral("GNOME Mutter IdleMonitor"); }
 
@@ -24,25 +25,14 @@ private:
 class KdeScreenSaverIdleTime final : public IdleTimeSource {
 public:
     explicit KdeScreenSaverIdleTime(QDBusConnection bus);
+    // Null unless the screen saver service answers the idle call within a quarter of a second:
+    // other desktops register its name without that call.
+    static std::unique_ptr<KdeScreenSaverIdleTime> probe(QDBusConnection bus);
     void queryIdleSeconds(QObject *context, Answer answer) override;
     QString name() const override { return QStringLiteral("KDE ScreenSaver"); }
 
 private:
     QDBusConnection m_bus;
 };
-
-// Where this session's attention samples come from. `idle` is null when the desktop offers
-// no idle time at all; `why` then says what was looked for, for the log.
-struct AttentionSources {
-    std::unique_ptr<IdleTimeSource> idle;
-    std::unique_ptr<ForegroundAppSource> foregroundOwner;
-    ForegroundAppSource *foreground = nullptr;
-    QString why;
-};
-
-// X11 sessions use the X server directly; Wayland sessions use what the compositor offers
-// over the session bus (GNOME's idle monitor, KDE's screen saver), probed in that order.
-// Called once at start-up; the probe waits a quarter of a second at most.
-AttentionSources openAttentionSources(const Environment &env, QDBusConnection bus);
 
 } // namespace quonbrix
