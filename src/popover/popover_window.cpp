@@ -27,6 +27,8 @@ constexpr qint64 clickAfterFocusLossMs = 300;
 constexpr int frameWaitMs = 1000;
 // What a panel or bar may take at an edge of a Wayland output.
 constexpr int waylandBarAllowance = 40;
+// As tall as the popover gets as an ordinary window on a tall output.
+constexpr int maxWindowHeight = 860;
 } // namespace
 
 PopoverWindow::PopoverWindow(PopoverView *view, QObject *parent)
@@ -171,10 +173,13 @@ void PopoverWindow::fitToScreen() {
     const bool wayland = QGuiApplication::platformName().startsWith(QLatin1String("wayland"));
     const int limit = m_available.height() - (wayland ? 2 * waylandBarAllowance : 24);
     const int wanted = m_window->property("wantedHeight").toInt();
-    const int height = qMax(1, wanted > 0 ? qMin(wanted, limit) : limit);
+    int height = qMax(1, wanted > 0 ? qMin(wanted, limit) : limit);
     if (wayland && m_mode == view::WindowMode::Window) {
         // A window of fixed size floats on tiling compositors (sway, Hyprland) instead of
-        // being stretched over a tile.
+        // being stretched over a tile. They centre it once, at the size it first has, so that
+        // size does not follow the content: a popover that grew afterwards would run off the
+        // bottom of the output. The panels scroll inside it instead.
+        height = qMax(1, qMin(limit, maxWindowHeight));
         m_window->setMinimumSize(QSize(m_window->width(), height));
         m_window->setMaximumSize(QSize(m_window->width(), height));
     } else {
