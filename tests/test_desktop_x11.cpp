@@ -79,6 +79,8 @@ class DesktopX11Test : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void nameInTheSessionLanguage_data();
+    void nameInTheSessionLanguage();
     void initTestCase();
     void cleanupTestCase();
     void focusedWindowReachesHeartbeat();
@@ -123,6 +125,31 @@ void DesktopX11Test::cleanupTestCase() {
     m_session.reset();
     if (m_dpy)
         XCloseDisplay(m_dpy);
+}
+
+void DesktopX11Test::nameInTheSessionLanguage_data() {
+    QTest::addColumn<QString>("locale");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("language of a country")
+        << QStringLiteral("ja_JP.UTF-8") << QStringLiteral("エディタ");
+    QTest::newRow("the country's own first")
+        << QStringLiteral("pt_BR.UTF-8") << QStringLiteral("Editor BR");
+    QTest::newRow("a modifier") << QStringLiteral("sr_RS.UTF-8@latin") << QStringLiteral("Urednik");
+    QTest::newRow("a language without its own")
+        << QStringLiteral("fr_FR.UTF-8") << QStringLiteral("Editor");
+    QTest::newRow("C") << QStringLiteral("C") << QStringLiteral("Editor");
+}
+
+void DesktopX11Test::nameInTheSessionLanguage() {
+    QFETCH(QString, locale);
+    QFETCH(QString, name);
+    QFile entry(m_dataHome.filePath(QStringLiteral("applications/qb-editor.desktop")));
+    QVERIFY(entry.open(QIODevice::WriteOnly));
+    entry.write("[Desktop Entry]\nType=Application\nName=Editor\nName[ja]=\xe3\x82\xa8\xe3\x83\x87"
+                "\xe3\x82\xa3\xe3\x82\xbf\nName[pt]=Editor PT\nName[pt_BR]=Editor BR\n"
+                "Name[sr@latin]=Urednik\nName[sr]=Uređivač\nExec=true\n");
+    entry.close();
+    QCOMPARE(applicationDisplayName(QStringLiteral("qb-editor"), locale), name);
 }
 
 QJsonObject DesktopX11Test::heartbeatBody() {

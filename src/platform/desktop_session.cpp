@@ -16,7 +16,7 @@ IdleTimeSource::~IdleTimeSource() = default;
 
 namespace {
 
-// The unlocalised keys of a desktop file's [Desktop Entry] group.
+// The keys of a desktop file's [Desktop Entry] group, localised ones ("Name[ja]") included.
 QHash<QString, QString> desktopEntryKeys(const QString &path) {
     QHash<QString, QString> keys;
     QFile file(path);
@@ -36,11 +36,47 @@ QHash<QString, QString> desktopEntryKeys(const QString &path) {
     return keys;
 }
 
+// Name in the session's language, in the order the desktop entry specification gives:
+// lang_COUNTRY@MODIFIER, lang_COUNTRY, lang@MODIFIER, lang, then the plain Name.
+QString localizedName(const QHash<QString, QString> &keys, const QString &messagesLocale) {
+    QString locale = messagesLocale.section(QLatin1Char('.'), 0, 0); // drop the encoding
+    const QString modifier = messagesLocale.contains(QLatin1Char('@'))
+                                 ? messagesLocale.section(QLatin1Char('@'), 1)
+                                 : QString();
+    locale = locale.section(QLatin1Char('@'), 0, 0);
+    const QString lang = locale.section(QLatin1Char('_'), 0, 0);
+    QStringList tries;
+    if (!modifier.isEmpty())
+        tries << locale + u'@' + modifier;
+    tries << locale;
+    if (!modifier.isEmpty())
+        tries << lang + u'@' + modifier;
+    tries << lang;
+    for (const QString &tag : tries) {
+        if (tag.isEmpty() || tag == QLatin1String("C") || tag == QLatin1String("POSIX"))
+            continue;
+        const QString name = keys.value(QStringLiteral("Name[") + tag + u']');
+        if (!name.isEmpty())
+            return name;
+    }
+    return keys.value(QStringLiteral("Name"));
+}
+
 } // namespace
 
-QString applicationDisplayName(const QString &windowClass) {
+QString sessionMessagesLocale() {
+    for (const char *variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const QString value = qEnvironmentVariable(variable);
+        if (!value.isEmpty())
+            return value;
+    }
+    return {};
+}
+
+QString applicationDisplayName(const QString &windowClass, const QString &messagesLocale) {
     static QHash<QString, QString> cache;
-    const auto hit = cache.constFind(windowClass);
+    const QString cacheKey = windowClass + u'\n' + messagesLocale;
+    const auto hit = cache.constFind(cacheKey);
     if (hit != cache.constEnd())
         return *hit;
     QString name = windowClass;
@@ -52,7 +88,7 @@ QString applicationDisplayName(const QString &windowClass) {
             const bool byFile = entry.chopped(8).compare(windowClass, Qt::CaseInsensitive) == 0;
             const auto keys = desktopEntryKeys(dir + QLatin1Char('/') + entry);
             const bool byWmClass = keys.value(QStringLiteral("StartupWMClass")) == windowClass;
-            const QString entryName = keys.value(QStringLiteral("Name"));
+            const QString entryName = localizedName(keys, messagesLocale);
             if ((byFile || byWmClass) && !entryName.isEmpty()) {
                 name = entryName;
                 break;
@@ -61,7 +97,7 @@ QString applicationDisplayName(const QString &windowClass) {
         if (name != windowClass)
             break;
     }
-    cache.insert(windowClass, name);
+    cache.insert(cacheKey, name);
     return name;
 }
 ForegroundAppSource::~ForegroundAppSource() = default;

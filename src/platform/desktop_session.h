@@ -35,9 +35,15 @@ public:
     virtual std::optional<ForegroundApp> foregroundApp() = 0;
 };
 
+// The session's language for messages: LC_ALL, else LC_MESSAGES, else LANG.
+QString sessionMessagesLocale();
+
 // The display name of the application whose windows carry this WM_CLASS class: the Name of
 // its desktop entry (matched by StartupWMClass or file name), else the class itself. Cached.
-QString applicationDisplayName(const QString &windowClass);
+// `messagesLocale` is the session's language as LC_ALL / LC_MESSAGES / LANG give it
+// ("ja_JP.UTF-8"): the entry's Name[ja_JP] or Name[ja] is taken before the plain Name.
+QString applicationDisplayName(const QString &windowClass,
+                               const QString &messagesLocale = sessionMessagesLocale());
 
 // An X11 display connection of our own (not the toolkit's), answering both questions through
 // the XScreenSaver extension and the EWMH _NET_ACTIVE_WINDOW property.
