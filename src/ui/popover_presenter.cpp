@@ -253,9 +253,10 @@ QString PopoverPresenter::noTrayHint(const QString &currentDesktop) {
     const QStringList desktops = currentDesktop.split(QLatin1Char(':'), Qt::SkipEmptyParts);
     if (desktops.contains(QLatin1String("GNOME"), Qt::CaseInsensitive))
         return QStringLiteral("No tray icon: enable the AppIndicator extension "
-                              "(gnome-shell-extension-appindicator) and start QuonBrix again.");
+                              "(gnome-shell-extension-appindicator); the icon moves there "
+                              "as soon as it is on.");
     return QStringLiteral("No tray icon: add a system tray to your panel (waybar: the \"tray\" "
-                          "module) and start QuonBrix again.");
+                          "module); the icon moves there as soon as it appears.");
 }
 
 } // namespace quonbrix

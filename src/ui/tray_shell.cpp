@@ -112,8 +112,18 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
             trayAvailabilityChanged(QSystemTrayIcon::isSystemTrayAvailable());
         });
     });
+    // An X11 tray without a StatusNotifierWatcher (XEmbed: trayer, stalonetray, older panels)
+    // says nothing on the bus; while there is no tray at all, Qt is asked now and then.
+    m_trayPoll = new QTimer(this);
+    m_trayPoll->setInterval(3000);
+    connect(m_trayPoll, &QTimer::timeout, this, [this] {
+        if (!m_options.trayAvailable && QSystemTrayIcon::isSystemTrayAvailable())
+            trayAvailabilityChanged(true);
+    });
     if (m_options.trayAvailable)
         makeTray();
+    else if (QGuiApplication::platformName() == QLatin1String("xcb"))
+        m_trayPoll->start();
 }
 
 void TrayShell::makeTray() {
@@ -151,6 +161,10 @@ void TrayShell::trayAvailabilityChanged(bool available) {
                available ? "a system tray appeared, the icon is in it"
                          : "the system tray went away; QuonBrix opens as a window");
     m_options.trayAvailable = available;
+    if (available)
+        m_trayPoll->stop();
+    else if (QGuiApplication::platformName() == QLatin1String("xcb"))
+        m_trayPoll->start();
     m_presenter->setTrayHint(available ? QString()
                                        : PopoverPresenter::noTrayHint(m_options.currentDesktop));
     if (available) {

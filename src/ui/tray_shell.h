@@ -11,6 +11,7 @@
 
 class QDBusServiceWatcher;
 class QMenu;
+class QTimer;
 class QSystemTrayIcon;
 
 namespace quonbrix {
@@ -78,6 +79,7 @@ private:
     // Where the tray icon was last clicked, for trays that do not report its place.
     std::optional<QPoint> m_lastTrayClick;
     QDBusServiceWatcher *m_trayWatch = nullptr;
+    QTimer *m_trayPoll = nullptr;
 };
 
 } // namespace quonbrix
