@@ -6,7 +6,8 @@ Rectangle {
     property real fraction: 0
     property color tint: palette.highlight
     property string help
-    // What a screen reader calls the bar ("Weekly", "Claude"); its value is the fill in %.
+    // What a screen reader calls the bar, with its figure ("Weekly 41%", "Claude 76%"): Qt Quick
+    // 6.4 offers an item no value interface of its own, so the figure is said in the name.
     property string name
     // Read by the accessibility bridge as the bar's value and range.
     readonly property real value: Math.round(fraction * 100)

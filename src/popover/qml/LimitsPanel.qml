@@ -102,7 +102,7 @@ SectionPanel {
                         Layout.fillWidth: true
                         fraction: row.fraction
                         tint: group.color
-                        name: row.windowName
+                        name: row.windowName + " " + row.percent
                         help: row.help
                     }
                     ColumnLayout {

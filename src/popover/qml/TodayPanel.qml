@@ -70,7 +70,7 @@ SectionPanel {
                 font.pixelSize: 11
                 color: palette.windowText
             }
-            BurnRateBar { Layout.fillWidth: true; fraction: share.fraction; name: share.name }
+            BurnRateBar { Layout.fillWidth: true; fraction: share.fraction; name: share.name + " " + share.percent }
             Text {
                 Accessible.ignored: !visible
                 Layout.preferredWidth: 36
