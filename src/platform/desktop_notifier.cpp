@@ -36,7 +36,7 @@ void DesktopNotifier::post(const QString &identifier, const QString &title, cons
     const QVariantMap hints{
         {QStringLiteral("desktop-entry"), m_options.desktopEntry},
         {QStringLiteral("sound-name"), m_options.soundName},
-        // The specification's byte: 1 normal, 2 critical.
+        // The notification protocol's byte: 1 normal, 2 critical.
         {QStringLiteral("urgency"), QVariant::fromValue(uchar(critical ? 2 : 1))},
     };
     call << m_options.appName << m_ids.value(identifier) << m_options.icon << title << body

@@ -36,7 +36,7 @@ QHash<QString, QString> desktopEntryKeys(const QString &path) {
     return keys;
 }
 
-// Name in the session's language, in the order the desktop entry specification gives:
+// Name in the session's language, in the order freedesktop's desktop entry format gives:
 // lang_COUNTRY@MODIFIER, lang_COUNTRY, lang@MODIFIER, lang, then the plain Name.
 QString localizedName(const QHash<QString, QString> &keys, const QString &messagesLocale) {
     QString locale = messagesLocale.section(QLatin1Char('.'), 0, 0); // drop the encoding
