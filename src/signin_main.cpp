@@ -4,6 +4,7 @@
 
 #include "account/device_flow_enroller.h"
 #include "account/token_store.h"
+#include "platform/console_streams.h"
 #include "platform/environment.h"
 #include "platform/single_instance.h"
 #include "platform/unix_signals.h"
@@ -21,15 +22,8 @@ namespace {
 
 using namespace quonbrix;
 
-QTextStream &out() {
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream &err() {
-    static QTextStream stream(stderr);
-    return stream;
-}
+using console::err;
+using console::out;
 
 // `--events` is how the tray app runs a sign-in: one JSON object a line on stdout (the prompt,
 // then done or the error) and nothing else; the tray opens the browser itself.

@@ -232,7 +232,7 @@ void IntegrationsTest::jsonInstall_data() {
                                     "\n  }\n}\n";
     QTest::newRow("other settings and servers kept")
         << QByteArray(R"({"theme":"dark","mcpServers":{"other":{"command":"x","args":["a"]}},)"
-                      R"("projects":{"/home/a/repo":{"allowedTools":["Bash"],"history":[]}}})")
+                      R"("projects":{"/srv/work/repo":{"allowedTools":["Bash"],"history":[]}}})")
         << InstallResult::Kind::Added
         << "{\n"
            "  \"mcpServers\": {\n"
@@ -246,7 +246,7 @@ void IntegrationsTest::jsonInstall_data() {
                "\n"
                "  },\n"
                "  \"projects\": {\n"
-               "    \"/home/a/repo\": {\n"
+               "    \"/srv/work/repo\": {\n"
                "      \"allowedTools\": [\n"
                "        \"Bash\"\n"
                "      ],\n"

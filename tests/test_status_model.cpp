@@ -594,7 +594,7 @@ void StatusModelTest::terminalSignInCommand_data() {
         << QStringLiteral(R"(SSL_CERT_FILE="/var/lib/q/.quon-brix/trust-store.pem" )"
                           R"("/opt/q/libexec/quonbrix/brixd" enroll)");
     QTest::newRow("no bundle, no daemon found: the installed place, shell-quoted")
-        << QString() << QString() << QStringLiteral(R"("/home/\$me/\"q\"/brixd" enroll)");
+        << QString() << QString() << QStringLiteral(R"("/opt/\$me/\"q\"/brixd" enroll)");
 }
 
 void StatusModelTest::terminalSignInCommand() {
@@ -608,7 +608,7 @@ void StatusModelTest::terminalSignInCommand() {
     if (!daemon.isEmpty())
         restarter->daemon = daemon;
     rig.model.setSupervisor(restarter);
-    QCOMPARE(rig.model.enrollCommand(QStringLiteral(R"(/home/$me/"q"/brixd)")), line);
+    QCOMPARE(rig.model.enrollCommand(QStringLiteral(R"(/opt/$me/"q"/brixd)")), line);
 }
 
 QTEST_GUILESS_MAIN(StatusModelTest)

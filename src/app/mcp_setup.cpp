@@ -41,37 +41,30 @@ void McpSetup::refresh() {
         m_copied = false;
         Q_EMIT changed();
     }
-    const quint64 generation = ++m_generation;
-    const Environment env = m_env;
-    runOffThread<QString>(
-        this, [env] { return integrations::mcpAdminToken(env); },
-        [this, generation](QString token) {
-            if (generation != m_generation)
-                return;
-            if (token != m_token) {
-                m_token = token;
-                Q_EMIT changed();
-            }
-            inspectAll(m_token);
-        });
+    inspectAll();
 }
 
-void McpSetup::inspectAll(const QString &token) {
-    const quint64 generation = m_generation;
+void McpSetup::inspectAll() {
+    // The token is read again with the files: the daemon may have minted a new one.
+    struct Found {
+        QString token;
+        QHash<int, InstallState> states;
+    };
+    const quint64 generation = ++m_generation;
     const Environment env = m_env;
-    using States = QHash<int, InstallState>;
-    runOffThread<States>(
+    runOffThread<Found>(
         this,
-        [env, token] {
-            States states;
+        [env] {
+            Found found{integrations::mcpAdminToken(env), {}};
             for (McpClient client : integrations::allMcpClients)
-                states.insert(int(client), integrations::inspect(client, token, env));
-            return states;
+                found.states.insert(int(client), integrations::inspect(client, found.token, env));
+            return found;
         },
-        [this, generation](States states) {
-            if (generation != m_generation || states == m_states)
+        [this, generation](Found found) {
+            if (generation != m_generation || (found.token == m_token && found.states == m_states))
                 return;
-            m_states = std::move(states);
+            m_token = std::move(found.token);
+            m_states = std::move(found.states);
             Q_EMIT changed();
         });
 }
@@ -119,7 +112,7 @@ void McpSetup::install(McpClient client) {
                        qUtf8Printable(integrations::installResultText(result)));
             m_results.insert(int(client), std::move(result));
             Q_EMIT changed();
-            inspectAll(m_token);
+            inspectAll();
         });
 }
 

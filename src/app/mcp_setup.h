@@ -46,7 +46,8 @@ Q_SIGNALS:
     void changed();
 
 private:
-    void inspectAll(const QString &token);
+    // Reads the token and checks every client's file off the GUI thread.
+    void inspectAll();
 
     Environment m_env;
     integrations::McpClient m_selected = integrations::McpClient::ClaudeCode;

@@ -1,4 +1,5 @@
 #include "cli/cli.h"
+#include "platform/console_streams.h"
 
 #include "cli/mcp_commands.h"
 
@@ -74,15 +75,8 @@ Environment:
   CODEX_HOME             where Codex keeps config.toml (default ~/.codex)
 )";
 
-QTextStream &out() {
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream &err() {
-    static QTextStream stream(stderr);
-    return stream;
-}
+using console::err;
+using console::out;
 
 QString failureLine(ReplyFailure failure, const QString &base) {
     if (failure == ReplyFailure::Unreadable)

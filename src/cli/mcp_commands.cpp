@@ -1,4 +1,5 @@
 #include "cli/mcp_commands.h"
+#include "platform/console_streams.h"
 
 #include "integrations/agent_guide.h"
 #include "integrations/mcp_clients.h"
@@ -16,15 +17,8 @@ const char *const mcpUsage =
     "quonbrix: usage: quonbrix mcp status | install [--client claude-code|claude-desktop|codex|"
     "all] | snippet --client claude-code|claude-desktop|codex";
 
-QTextStream &out() {
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream &err() {
-    static QTextStream stream(stderr);
-    return stream;
-}
+using console::err;
+using console::out;
 
 // The clients named by "--client NAME" (all of them when `allowAll` and NAME is "all" or the
 // option is absent); absent when the arguments are wrong.

@@ -102,6 +102,15 @@ QString applicationDisplayName(const QString &windowClass, const QString &messag
 }
 ForegroundAppSource::~ForegroundAppSource() = default;
 
+std::optional<ForegroundApp> foregroundAppFor(const QString &id) {
+    if (id.isEmpty())
+        return std::nullopt;
+    ForegroundApp app;
+    app.id = id;
+    app.name = applicationDisplayName(id);
+    return app;
+}
+
 namespace {
 
 // Windows can vanish between reading _NET_ACTIVE_WINDOW and asking for their properties;

@@ -45,6 +45,10 @@ QString sessionMessagesLocale();
 QString applicationDisplayName(const QString &windowClass,
                                const QString &messagesLocale = sessionMessagesLocale());
 
+// The application behind a window's class or app_id: the id and its desktop-entry name (never
+// the window's title); absent for an empty id.
+std::optional<ForegroundApp> foregroundAppFor(const QString &id);
+
 // An X11 display connection of our own (not the toolkit's), answering both questions through
 // the XScreenSaver extension and the EWMH _NET_ACTIVE_WINDOW property.
 class X11DesktopSession final : public IdleTimeSource, public ForegroundAppSource {

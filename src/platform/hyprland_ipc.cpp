@@ -21,15 +21,6 @@ constexpr qint64 maxLine = 64 * 1024;
 
 const QByteArray activeWindowEvent = QByteArrayLiteral("activewindow>>");
 
-std::optional<ForegroundApp> applicationOf(const QString &windowClass) {
-    if (windowClass.isEmpty())
-        return std::nullopt;
-    ForegroundApp app;
-    app.id = windowClass;
-    app.name = applicationDisplayName(windowClass);
-    return app;
-}
-
 } // namespace
 
 struct HyprlandFocus::Private {
@@ -53,7 +44,7 @@ void HyprlandFocus::Private::queryAnswered() {
     if (failed || eventSeen)
         return;
     const QJsonObject window = QJsonDocument::fromJson(reply).object();
-    focused = applicationOf(window.value(QLatin1String("class")).toString());
+    focused = foregroundAppFor(window.value(QLatin1String("class")).toString());
 }
 
 void HyprlandFocus::Private::readEvents() {
@@ -66,7 +57,7 @@ void HyprlandFocus::Private::readEvents() {
         eventSeen = true;
         // "activewindow>>CLASS,TITLE": titles have commas, classes do not.
         const QByteArray data = line.mid(activeWindowEvent.size());
-        focused = applicationOf(QString::fromUtf8(data.left(data.indexOf(',')).trimmed()));
+        focused = foregroundAppFor(QString::fromUtf8(data.left(data.indexOf(',')).trimmed()));
     }
     if (!failed && events.bytesAvailable() > maxLine)
         fail(QStringLiteral("it sent a line longer than %1 bytes").arg(maxLine));

@@ -57,12 +57,7 @@ std::optional<ForegroundApp> applicationOf(const QJsonObject &node) {
                  .toObject()
                  .value(QLatin1String("class"))
                  .toString();
-    if (id.isEmpty())
-        return std::nullopt;
-    ForegroundApp app;
-    app.id = id;
-    app.name = applicationDisplayName(id);
-    return app;
+    return foregroundAppFor(id);
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <QLoggingCategory>
 #include <QQmlComponent>
 #include <QQmlEngine>
+#include <QQmlProperty>
 #include <QQuickItem>
 #include <QScreen>
 #include <QTimer>
@@ -80,10 +81,8 @@ bool PopoverWindow::load() {
     });
     connect(m_window, &QQuickWindow::frameSwapped, this, &PopoverWindow::reportShown);
     // The content's height changes with what is shown; the window follows within the screen.
-    const int wantedNotify = m_window->metaObject()->indexOfSignal("wantedHeightChanged()");
-    if (wantedNotify >= 0)
-        connect(m_window, m_window->metaObject()->method(wantedNotify), this,
-                metaObject()->method(metaObject()->indexOfSlot("fitToScreen()")));
+    QQmlProperty(m_window, QStringLiteral("wantedHeight"))
+        .connectNotifySignal(this, SLOT(fitToScreen()));
     connect(m_window, &QWindow::activeChanged, this, [this] {
         if (m_mode == view::WindowMode::Popup && m_window->isVisible() && !m_window->isActive()) {
             m_sinceFocusLoss.start();

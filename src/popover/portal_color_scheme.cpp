@@ -6,6 +6,8 @@
 #include <QDBusVariant>
 #include <QGuiApplication>
 #include <QLoggingCategory>
+#include <array>
+#include <iterator>
 
 Q_LOGGING_CATEGORY(lcColorScheme, "quonbrix.popover")
 
@@ -78,50 +80,38 @@ void PortalColorScheme::apply(int scheme) {
     Q_EMIT schemeChanged(scheme);
 }
 
-QPalette PortalColorScheme::darkPalette() {
+namespace {
+
+// One colour per role, in the order of `roles`.
+constexpr QPalette::ColorRole roles[] = {QPalette::Window,     QPalette::WindowText,
+                                         QPalette::Base,       QPalette::AlternateBase,
+                                         QPalette::Text,       QPalette::PlaceholderText,
+                                         QPalette::Button,     QPalette::ButtonText,
+                                         QPalette::Highlight,  QPalette::HighlightedText,
+                                         QPalette::Light,      QPalette::Midlight,
+                                         QPalette::Mid,        QPalette::Dark,
+                                         QPalette::Shadow,     QPalette::ToolTipBase,
+                                         QPalette::ToolTipText};
+
+QPalette paletteOf(const std::array<QRgb, std::size(roles)> &colors) {
     QPalette p;
-    const QColor window(0x2b, 0x2b, 0x2e), base(0x1e, 0x1e, 0x20), text(0xee, 0xee, 0xf0);
-    p.setColor(QPalette::Window, window);
-    p.setColor(QPalette::WindowText, text);
-    p.setColor(QPalette::Base, base);
-    p.setColor(QPalette::AlternateBase, window.lighter(115));
-    p.setColor(QPalette::Text, text);
-    p.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9a, 0xa2));
-    p.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x3e));
-    p.setColor(QPalette::ButtonText, text);
-    p.setColor(QPalette::Highlight, QColor(0x35, 0x84, 0xe4));
-    p.setColor(QPalette::HighlightedText, Qt::white);
-    p.setColor(QPalette::Light, QColor(0x55, 0x55, 0x5a));
-    p.setColor(QPalette::Midlight, QColor(0x48, 0x48, 0x4d));
-    p.setColor(QPalette::Mid, QColor(0x5a, 0x5a, 0x60));
-    p.setColor(QPalette::Dark, QColor(0x8a, 0x8a, 0x90));
-    p.setColor(QPalette::Shadow, Qt::black);
-    p.setColor(QPalette::ToolTipBase, base);
-    p.setColor(QPalette::ToolTipText, text);
+    for (size_t i = 0; i < std::size(roles); ++i)
+        p.setColor(roles[i], QColor(colors[i]));
     return p;
 }
 
+} // namespace
+
+QPalette PortalColorScheme::darkPalette() {
+    return paletteOf({0x2b2b2e, 0xeeeef0, 0x1e1e20, 0x323236, 0xeeeef0, 0x9a9aa2, 0x3a3a3e,
+                      0xeeeef0, 0x3584e4, 0xffffff, 0x55555a, 0x48484d, 0x5a5a60, 0x8a8a90,
+                      0x000000, 0x1e1e20, 0xeeeef0});
+}
+
 QPalette PortalColorScheme::lightPalette() {
-    QPalette p;
-    const QColor window(0xf6, 0xf6, 0xf7), text(0x1d, 0x1d, 0x1f);
-    p.setColor(QPalette::Window, window);
-    p.setColor(QPalette::WindowText, text);
-    p.setColor(QPalette::Base, Qt::white);
-    p.setColor(QPalette::AlternateBase, window.darker(104));
-    p.setColor(QPalette::Text, text);
-    p.setColor(QPalette::PlaceholderText, QColor(0x6e, 0x6e, 0x73));
-    p.setColor(QPalette::Button, QColor(0xfc, 0xfc, 0xfc));
-    p.setColor(QPalette::ButtonText, text);
-    p.setColor(QPalette::Highlight, QColor(0x35, 0x84, 0xe4));
-    p.setColor(QPalette::HighlightedText, Qt::white);
-    p.setColor(QPalette::Light, Qt::white);
-    p.setColor(QPalette::Midlight, QColor(0xe8, 0xe8, 0xea));
-    p.setColor(QPalette::Mid, QColor(0xc6, 0xc6, 0xc8));
-    p.setColor(QPalette::Dark, QColor(0x8e, 0x8e, 0x93));
-    p.setColor(QPalette::Shadow, QColor(0x40, 0x40, 0x40));
-    p.setColor(QPalette::ToolTipBase, Qt::white);
-    p.setColor(QPalette::ToolTipText, text);
-    return p;
+    return paletteOf({0xf6f6f7, 0x1d1d1f, 0xffffff, 0xececed, 0x1d1d1f, 0x6e6e73, 0xfcfcfc,
+                      0x1d1d1f, 0x3584e4, 0xffffff, 0xffffff, 0xe8e8ea, 0xc6c6c8, 0x8e8e93,
+                      0x404040, 0xffffff, 0x1d1d1f});
 }
 
 } // namespace quonbrix

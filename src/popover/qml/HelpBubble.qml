@@ -19,8 +19,7 @@ Rectangle {
     color: palette.toolTipBase
     border.color: palette.mid
 
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         id: caption
         anchors.fill: parent
         anchors.margins: 4

@@ -29,8 +29,7 @@ Rectangle {
         Accessible.role: Accessible.EditableText
         Accessible.name: field.placeholder
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         anchors.fill: input
         verticalAlignment: Text.AlignVCenter
         visible: input.text.length === 0

@@ -18,23 +18,20 @@ SectionPanel {
             tint: panel.view.limits.headline.color
             size: 16
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             Layout.fillWidth: true
             text: panel.view.limits.headline.text
             color: panel.view.limits.headline.color
             font.bold: true
             elide: Text.ElideRight
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             text: panel.view.limits.headline.remaining
             color: panel.view.limits.headline.color
             font.bold: true
         }
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: panel.view.limits.hasReadings && text.length > 0
         text: panel.view.limits.headline.detail
@@ -57,8 +54,7 @@ SectionPanel {
                 Layout.fillWidth: true
                 Layout.topMargin: 4
                 Rectangle { width: 8; height: 8; radius: 4; color: group.color }
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     text: group.heading
                     font.bold: true
                     font.pixelSize: 11
@@ -89,8 +85,7 @@ SectionPanel {
                         Layout.maximumWidth: 148
                         spacing: 4
                         SymbolIcon { source: row.symbol; size: 12 }
-                        Text {
-                            Accessible.ignored: !visible
+                        PlainText {
                             Layout.fillWidth: true
                             text: row.windowName
                             font.pixelSize: 11
@@ -108,16 +103,14 @@ SectionPanel {
                     ColumnLayout {
                         spacing: 0
                         Layout.preferredWidth: 84
-                        Text {
-                            Accessible.ignored: !visible
+                        PlainText {
                             Layout.alignment: Qt.AlignRight
                             text: row.percent
                             font.pixelSize: 11
                             font.bold: true
                             color: palette.windowText
                         }
-                        Text {
-                            Accessible.ignored: !visible
+                        PlainText {
                             Layout.alignment: Qt.AlignRight
                             visible: text.length > 0
                             text: row.resets
@@ -138,15 +131,13 @@ SectionPanel {
         Layout.fillWidth: true
         visible: !panel.view.limits.hasReadings
         SymbolIcon { source: panel.view.limits.unavailableSymbol; size: 16 }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             text: panel.view.limits.unavailableHeading
             font.bold: true
             color: palette.windowText
         }
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: !panel.view.limits.hasReadings
         text: panel.view.limits.unavailableText
@@ -165,8 +156,7 @@ SectionPanel {
         Layout.fillWidth: true
         visible: !panel.view.limits.hasReadings
                  && panel.view.limits.unavailableCredits.text.length > 0
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             text: panel.view.limits.creditsLabel
             font.pixelSize: 11
             color: palette.windowText

@@ -8,8 +8,7 @@ SectionPanel {
     required property PopoverView view
     title: view.mcp.title
 
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         text: screen.view.mcp.description
         wrapMode: Text.WordWrap
@@ -45,8 +44,7 @@ SectionPanel {
                 Accessible.onPressAction: screen.view.selectMcpClient(client)
                 Keys.onSpacePressed: screen.view.selectMcpClient(client)
                 Keys.onReturnPressed: screen.view.selectMcpClient(client)
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     id: segmentText
                     anchors.centerIn: parent
                     text: segment.name
@@ -78,8 +76,7 @@ SectionPanel {
             Layout.fillWidth: true
             visible: state.length > 0
             spacing: 6
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.preferredWidth: 96
                 text: clientState.name
                 font.pixelSize: 11
@@ -90,8 +87,7 @@ SectionPanel {
                 tint: clientState.stateColor
                 size: 12
             }
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.fillWidth: true
                 text: clientState.state
                 wrapMode: Text.WordWrap
@@ -137,8 +133,7 @@ SectionPanel {
     }
     RowLayout {
         Layout.fillWidth: true
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             Layout.fillWidth: true
             text: screen.view.mcp.snippetHint
             wrapMode: Text.WordWrap
@@ -162,16 +157,14 @@ SectionPanel {
         fontSize: 11
         onClicked: screen.view.installMcpClient(screen.view.mcp.selectedClient)
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         text: screen.view.mcp.installHint
         wrapMode: Text.WordWrap
         font.pixelSize: 10
         color: palette.placeholderText
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: text.length > 0
         text: screen.view.mcp.waitingText
@@ -188,8 +181,7 @@ SectionPanel {
             tint: screen.view.mcp.resultColor
             size: 14
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             Layout.fillWidth: true
             text: screen.view.mcp.result
             wrapMode: Text.WrapAtWordBoundaryOrAnywhere

@@ -54,8 +54,7 @@ Rectangle {
                   : button.prominent ? palette.highlightedText : palette.buttonText
             size: button.symbolSize
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             visible: button.showText && text.length > 0
             text: button.text
             font.pixelSize: button.fontSize

@@ -56,8 +56,7 @@ Window {
                 tint: root.view.header.conditionColor
                 size: 14
             }
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.fillWidth: true
                 text: root.view.header.condition
                 wrapMode: Text.WordWrap
@@ -66,8 +65,7 @@ Window {
             }
         }
 
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             Layout.fillWidth: true
             visible: text.length > 0
             text: root.view.header.trayHint
@@ -101,8 +99,7 @@ Window {
                          && root.view.header.condition.length === 0
                 spacing: 8
                 Spinner {}
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     text: root.view.header.loadingText
                     color: palette.windowText
                 }

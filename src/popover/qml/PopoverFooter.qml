@@ -15,8 +15,7 @@ ColumnLayout {
 
     Repeater {
         model: footer.view.footer.messages
-        delegate: Text {
-            Accessible.ignored: !visible
+        delegate: PlainText {
             required property string modelData
             Layout.fillWidth: true
             text: modelData
@@ -25,8 +24,7 @@ ColumnLayout {
             color: palette.windowText
         }
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         text: footer.view.footer.syncDetail
         font.pixelSize: 10
         color: palette.placeholderText

@@ -17,8 +17,7 @@ RowLayout {
         spacing: 2
         RowLayout {
             spacing: 6
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 text: header.view.header.title
                 font.bold: true
                 font.pixelSize: 15
@@ -28,8 +27,7 @@ RowLayout {
                 text: header.view.header.statusPill
             }
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             Layout.fillWidth: true
             text: header.view.header.subtitle
             wrapMode: Text.WordWrap

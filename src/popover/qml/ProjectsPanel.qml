@@ -8,8 +8,7 @@ SectionPanel {
     required property PopoverView view
     title: view.projects.title
 
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: panel.view.projectRows.count === 0
         text: panel.view.projects.emptyText
@@ -25,16 +24,14 @@ SectionPanel {
             required property string figures
             required property string costHelp
             Layout.fillWidth: true
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.fillWidth: true
                 text: project.label
                 elide: Text.ElideRight
                 font.pixelSize: 11
                 color: palette.windowText
             }
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 text: project.figures
                 font.pixelSize: 11
                 color: palette.windowText

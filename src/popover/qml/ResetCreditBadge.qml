@@ -16,8 +16,7 @@ ColumnLayout {
         SymbolIcon { source: badge.credits.symbol; size: 12 }
         Text { text: badge.credits.text; font.pixelSize: 11; color: palette.windowText }
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         visible: text.length > 0
         text: badge.credits.expiry
         font.pixelSize: 10

@@ -23,8 +23,7 @@ Rectangle {
         RowLayout {
             Layout.fillWidth: true
             visible: titleLabel.text.length > 0 || trailingSlot.children.length > 0
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 id: titleLabel
                 font.bold: true
                 font.pixelSize: 12

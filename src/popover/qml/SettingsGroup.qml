@@ -43,15 +43,13 @@ ColumnLayout {
             ColumnLayout {
                 Layout.fillWidth: true
                 spacing: 1
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     text: group.view.settings.title
                     font.bold: true
                     font.pixelSize: 12
                     color: palette.windowText
                 }
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     text: group.view.settings.subtitle
                     font.pixelSize: 11
                     color: palette.placeholderText
@@ -104,15 +102,13 @@ ColumnLayout {
                     spacing: 2
                     RowLayout {
                         spacing: 6
-                        Text {
-                            Accessible.ignored: !visible
+                        PlainText {
                             text: rowItem.title
                             font.bold: true
                             font.pixelSize: 12
                             color: palette.windowText
                         }
-                        Text {
-                            Accessible.ignored: !visible
+                        PlainText {
                             visible: text.length > 0
                             text: rowItem.status
                             font.pixelSize: 11
@@ -125,8 +121,7 @@ ColumnLayout {
                             size: 12
                         }
                     }
-                    Text {
-                        Accessible.ignored: !visible
+                    PlainText {
                         Layout.fillWidth: true
                         text: rowItem.detail
                         wrapMode: Text.WordWrap

@@ -8,8 +8,7 @@ SectionPanel {
     required property PopoverView view
     title: view.guide.title
 
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         text: guide.view.guide.lead
         wrapMode: Text.WordWrap
@@ -17,8 +16,7 @@ SectionPanel {
         font.pixelSize: 12
         color: palette.windowText
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         text: guide.view.guide.intro
         wrapMode: Text.WordWrap
@@ -51,8 +49,7 @@ SectionPanel {
             ColumnLayout {
                 Layout.fillWidth: true
                 spacing: 2
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     Layout.fillWidth: true
                     text: step.title
                     wrapMode: Text.WordWrap
@@ -60,8 +57,7 @@ SectionPanel {
                     font.pixelSize: 12
                     color: palette.windowText
                 }
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     Layout.fillWidth: true
                     text: step.body
                     wrapMode: Text.WordWrap

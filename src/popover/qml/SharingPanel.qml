@@ -15,8 +15,7 @@ SectionPanel {
             tint: panel.view.sharing.color
             size: 14
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             text: panel.view.sharing.state
             color: panel.view.sharing.color
             font.bold: true
@@ -24,8 +23,7 @@ SectionPanel {
         Item { Layout.fillWidth: true }
         SymbolIcon { source: panel.view.sharing.disclosure; size: 12 }
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         text: panel.view.sharing.summary
         wrapMode: Text.WordWrap

@@ -15,8 +15,7 @@ SectionPanel {
     }
 
     // The code.
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: panel.signIn.userCode.length > 0
         text: panel.signIn.promptText
@@ -60,8 +59,7 @@ SectionPanel {
     RowLayout {
         visible: panel.signIn.errorTitle.length > 0
         SymbolIcon { source: panel.signIn.errorSymbol; size: 16 }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             text: panel.signIn.errorTitle
             font.bold: true
             color: palette.windowText
@@ -77,8 +75,7 @@ SectionPanel {
         font.pixelSize: 11
         color: palette.windowText
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: panel.signIn.terminalText.length > 0
         text: panel.signIn.terminalText
@@ -92,8 +89,7 @@ SectionPanel {
         symbol: panel.signIn.copyCommand.symbol
         onClicked: panel.view.copySignInCommand()
     }
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         visible: panel.signIn.terminalText.length > 0
         text: panel.signIn.terminalNote

@@ -30,8 +30,7 @@ Rectangle {
             anchors.fill: parent
             anchors.margins: 16
             spacing: 10
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.fillWidth: true
                 text: overlay.view.signOut.title
                 font.bold: true
@@ -39,8 +38,7 @@ Rectangle {
                 wrapMode: Text.WordWrap
                 color: palette.windowText
             }
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.fillWidth: true
                 text: overlay.view.signOut.text
                 font.pixelSize: 12

@@ -11,8 +11,7 @@ Rectangle {
     radius: height / 2
     color: Qt.rgba(tint.r, tint.g, tint.b, 0.18)
 
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         id: caption
         anchors.centerIn: parent
         font.pixelSize: 10

@@ -22,8 +22,7 @@ SectionPanel {
                 Layout.fillWidth: true
                 Layout.preferredWidth: 1
                 spacing: 0
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     Layout.fillWidth: true
                     text: column.value
                     font.pixelSize: 18
@@ -34,8 +33,7 @@ SectionPanel {
                 }
                 RowLayout {
                     spacing: 3
-                    Text {
-                        Accessible.ignored: !visible
+                    PlainText {
                         text: column.caption
                         font.pixelSize: 10
                         color: palette.placeholderText
@@ -63,16 +61,14 @@ SectionPanel {
             required property real fraction
             required property string percent
             Layout.fillWidth: true
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.preferredWidth: 56
                 text: share.name
                 font.pixelSize: 11
                 color: palette.windowText
             }
             BurnRateBar { Layout.fillWidth: true; fraction: share.fraction; name: share.name + " " + share.percent }
-            Text {
-                Accessible.ignored: !visible
+            PlainText {
                 Layout.preferredWidth: 36
                 horizontalAlignment: Text.AlignRight
                 text: share.percent

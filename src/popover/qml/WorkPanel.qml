@@ -8,8 +8,7 @@ SectionPanel {
     required property PopoverView view
     title: view.work.title
 
-    Text {
-        Accessible.ignored: !visible
+    PlainText {
         Layout.fillWidth: true
         text: panel.view.work.timersHeader
         font.pixelSize: 11
@@ -56,16 +55,14 @@ SectionPanel {
             ColumnLayout {
                 Layout.fillWidth: true
                 spacing: 0
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     Layout.fillWidth: true
                     text: timer.label
                     font.bold: true
                     elide: Text.ElideRight
                     color: palette.windowText
                 }
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     text: timer.caption
                     font.pixelSize: 10
                     color: palette.placeholderText
@@ -73,15 +70,13 @@ SectionPanel {
             }
             ColumnLayout {
                 spacing: 0
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     Layout.alignment: Qt.AlignRight
                     text: timer.elapsed
                     font.family: "monospace"
                     color: palette.windowText
                 }
-                Text {
-                    Accessible.ignored: !visible
+                PlainText {
                     Layout.alignment: Qt.AlignRight
                     text: timer.stateWord
                     font.pixelSize: 10
@@ -115,8 +110,7 @@ SectionPanel {
             tint: panel.view.work.feedback.color
             size: 12
         }
-        Text {
-            Accessible.ignored: !visible
+        PlainText {
             Layout.fillWidth: true
             text: panel.view.work.feedback.text
             color: panel.view.work.feedback.color
