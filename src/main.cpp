@@ -3,6 +3,7 @@
 #include "platform/attention_sources.h"
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
+#include "platform/helper_programs.h"
 #include "platform/lag_probe.h"
 #include "platform/single_instance.h"
 #include "platform/unix_signals.h"
@@ -14,12 +15,14 @@
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QSystemTrayIcon>
 #include <csignal>
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
@@ -38,6 +41,10 @@ QString notificationIconPath() {
     return QFileInfo::exists(path) ? path : QString();
 }
 
+// Set when a new version was installed and the person asked to run it: the program to run
+// once everything of this one (daemon, popover, bus name) is gone.
+QByteArray restartInto;
+
 int runTray(int argc, char *argv[]) {
     const Environment env = Environment::fromProcess();
     const QString base = MeterClient::baseFromEnvironment(env);
@@ -50,7 +57,7 @@ int runTray(int argc, char *argv[]) {
     QApplication::setApplicationName(QStringLiteral("quonbrix"));
     QApplication::setApplicationDisplayName(QStringLiteral("QuonBrix"));
     QApplication::setApplicationVersion(QStringLiteral(QUONBRIX_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("quonbrix"));
+    QApplication::setDesktopFileName(QStringLiteral("app.quonbrix.QuonBrix"));
     // The popover closing is not the app ending; only Quit is.
     QApplication::setQuitOnLastWindowClosed(false);
 
@@ -73,6 +80,23 @@ int runTray(int argc, char *argv[]) {
     options.currentDesktop = env.value(QStringLiteral("XDG_CURRENT_DESKTOP"), QString());
     options.popoverProgram = PopoverHost::locate(QCoreApplication::applicationDirPath());
     TrayShell shell(core, options);
+
+    UpdateController::Options updateOptions;
+    updateOptions.helper =
+        helperProgram(QCoreApplication::applicationDirPath(), QStringLiteral("quonbrix-update"));
+    updateOptions.currentVersion = QStringLiteral(QUONBRIX_VERSION);
+    updateOptions.feed = updateFeed(env);
+    updateOptions.target = QCoreApplication::applicationFilePath();
+    updateOptions.kind = installKindFor(updateOptions.target);
+    UpdateController updater(updateOptions);
+    core.setUpdater(&updater);
+    shell.presenter().setUpdater(&updater);
+    shell.presenter().setAutostart(Autostart(env, QCoreApplication::applicationFilePath()));
+    bool restart = false;
+    QObject::connect(&shell.presenter(), &PopoverPresenter::restartRequested, &app, [&restart] {
+        restart = true;
+        QCoreApplication::quit();
+    });
     if (!options.trayAvailable)
         qCInfo(lcShell).noquote() << "[QuonBrix] shell: no system tray;"
                                   << PopoverPresenter::noTrayHint(options.currentDesktop);
@@ -103,14 +127,23 @@ int runTray(int argc, char *argv[]) {
     if (lagProbe)
         qCInfo(lcShell, "[QuonBrix] shell: largest event-loop delay %lld ms",
                lagProbe->largestDelayMs());
+    if (restart)
+        restartInto = QFile::encodeName(QCoreApplication::applicationFilePath());
     return code;
 }
 
 } // namespace
 
 int main(int argc, char *argv[]) {
-    if (argc <= 1)
-        return runTray(argc, argv);
+    if (argc <= 1) {
+        const int code = runTray(argc, argv);
+        if (!restartInto.isEmpty()) {
+            // The new executable sits where the old one was.
+            ::execl(restartInto.constData(), restartInto.constData(), static_cast<char *>(nullptr));
+            std::perror("quonbrix: could not restart into the new version");
+        }
+        return code;
+    }
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("quonbrix"));
     QCoreApplication::setApplicationVersion(QStringLiteral(QUONBRIX_VERSION));

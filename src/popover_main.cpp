@@ -21,7 +21,7 @@ int main(int argc, char *argv[]) {
     QGuiApplication app(argc, argv);
     QGuiApplication::setApplicationName(QStringLiteral("quonbrix"));
     QGuiApplication::setApplicationDisplayName(QStringLiteral("QuonBrix"));
-    QGuiApplication::setDesktopFileName(QStringLiteral("quonbrix"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("app.quonbrix.QuonBrix"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
     // Dark under a dark desktop: the portal says which, whatever the platform theme.
     quonbrix::PortalColorScheme colorScheme(QDBusConnection::sessionBus());

@@ -1,4 +1,5 @@
 #include "integrations/agent_guide.h"
+#include "integrations/autostart.h"
 #include "integrations/config_edit.h"
 #include "integrations/mcp_clients.h"
 
@@ -103,6 +104,9 @@ private Q_SLOTS:
     void projectRules_data();
     void projectRules();
     void shippedGuide();
+
+    void autostart_data();
+    void autostart();
 
 private:
     QString path(const QString &relative) const { return m_home->path() + u'/' + relative; }
@@ -596,6 +600,55 @@ void IntegrationsTest::shippedGuide() {
     QVERIFY(rules.contains(QLatin1String("brix_work_timer")));
     QVERIFY(!rules.contains(QLatin1String("brix-guide:")));
     QVERIFY(!rules.contains(QLatin1String("```")));
+}
+
+void IntegrationsTest::autostart_data() {
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QString>("configHome"); // XDG_CONFIG_HOME; "" unset
+    QTest::addColumn<QString>("entry");      // where the entry goes, under the home
+    QTest::addColumn<QString>("exec");
+
+    QTest::newRow("default folder") << "/opt/quonbrix/bin/quonbrix"
+                                    << ""
+                                    << ".config/autostart/app.quonbrix.QuonBrix.desktop"
+                                    << "Exec=/opt/quonbrix/bin/quonbrix";
+    QTest::newRow("XDG_CONFIG_HOME") << "/usr/bin/quonbrix"
+                                     << "@/cfg"
+                                     << "cfg/autostart/app.quonbrix.QuonBrix.desktop"
+                                     << "Exec=/usr/bin/quonbrix";
+    QTest::newRow("relative XDG_CONFIG_HOME is ignored")
+        << "/usr/bin/quonbrix"
+        << "cfg"
+        << ".config/autostart/app.quonbrix.QuonBrix.desktop"
+        << "Exec=/usr/bin/quonbrix";
+    // Quoted for the Exec key, then its backslashes escaped once more as a string value.
+    QTest::newRow("path that needs quoting") << R"(/opt/Quon Brix/$v/quonbrix)"
+                                             << ""
+                                             << ".config/autostart/app.quonbrix.QuonBrix.desktop"
+                                             << R"(Exec="/opt/Quon Brix/\\$v/quonbrix")";
+}
+
+void IntegrationsTest::autostart() {
+    QFETCH(QString, program);
+    QFETCH(QString, configHome);
+    QFETCH(QString, entry);
+    QFETCH(QString, exec);
+    Environment e = env();
+    if (!configHome.isEmpty())
+        e.set(QStringLiteral("XDG_CONFIG_HOME"), configHome.replace(u'@', m_home->path()));
+    const Autostart autostart(e, program);
+    QCOMPARE(autostart.path(), path(entry));
+    QVERIFY(!autostart.isOn()); // off until turned on
+    QCOMPARE(autostart.setOn(true), std::nullopt);
+    QVERIFY(autostart.isOn());
+    const QByteArray written = readFile(path(entry));
+    QVERIFY2(written.split('\n').contains(exec.toUtf8()), written.constData());
+    // The desktop's own settings can switch the entry off.
+    writeFile(path(entry), written + "Hidden=true\n");
+    QVERIFY(!autostart.isOn());
+    QCOMPARE(autostart.setOn(false), std::nullopt);
+    QVERIFY(!QFileInfo::exists(path(entry)));
+    QCOMPARE(autostart.setOn(false), std::nullopt); // already off is no failure
 }
 
 QTEST_GUILESS_MAIN(IntegrationsTest)

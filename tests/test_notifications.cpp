@@ -205,7 +205,7 @@ void NotificationsTest::goalSequence() {
     QCOMPARE(first.appName, QStringLiteral("QuonBrix"));
     QCOMPARE(first.icon, QStringLiteral("/tmp/quonbrix-test-icon.png"));
     QCOMPARE(first.hints.value(QStringLiteral("desktop-entry")).toString(),
-             QStringLiteral("quonbrix"));
+             QStringLiteral("app.quonbrix.QuonBrix"));
     QCOMPARE(first.hints.value(QStringLiteral("sound-name")).toString(),
              QStringLiteral("message-new-instant"));
     QCOMPARE(first.replacesId, 0u);

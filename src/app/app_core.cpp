@@ -1,5 +1,7 @@
 #include "app/app_core.h"
 
+#include <QTimer>
+
 #include "app/sign_in_process.h"
 #include "platform/helper_programs.h"
 
@@ -86,6 +88,32 @@ void AppCore::shutdown() {
     m_shutDown = true;
     if (m_supervisor)
         m_supervisor->stop();
+}
+
+void AppCore::setUpdater(UpdateController *updater) {
+    m_updater = updater;
+    if (!updater)
+        return;
+    auto started = std::make_shared<QMetaObject::Connection>();
+    *started = connect(m_model, &StatusModel::statusChanged, updater, [this, updater, started] {
+        if (!m_model->status())
+            return;
+        disconnect(*started);
+        // After this pass has been shown, not inside it.
+        QTimer::singleShot(0, updater, &UpdateController::start);
+    });
+    connect(updater, &UpdateController::newVersionFound, this, [this](const UpdateOffer &offer) {
+        if (!m_notifier || !m_updater)
+            return;
+        const bool packaged = m_updater->options().kind == InstallKind::Package;
+        m_notifier->post(QStringLiteral("quon-brix-update-") + offer.version,
+                         QStringLiteral("QuonBrix %1 is available").arg(offer.displayVersion),
+                         packaged ? QStringLiteral("Update with your package manager.")
+                         : m_updater->options().kind == InstallKind::SelfContained
+                             ? QStringLiteral("Install it from Settings & integrations.")
+                             : QStringLiteral("Download it from %1.")
+                                   .arg(offer.notesUrl.isEmpty() ? offer.url : offer.notesUrl));
+    });
 }
 
 void AppCore::setNotifier(DesktopNotifier *notifier, const Clock *clock) {

@@ -7,6 +7,7 @@
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
 #include "supervisor/daemon_supervisor.h"
+#include "update/update_controller.h"
 
 #include <QDateTime>
 #include <QElapsedTimer>
@@ -51,6 +52,11 @@ public:
     // before launch(); `clock` dates the relative reset times.
     void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance());
 
+    // Checks for new versions once the first status is in (so a check never delays the
+    // figures) and daily after; each new version is announced once. Set before launch().
+    void setUpdater(UpdateController *updater);
+    UpdateController *updater() const { return m_updater; }
+
 private:
     // Works out what keeps the meter from running, from the supervisor's reports and the
     // model's reads, and tells the model.
@@ -62,6 +68,7 @@ private:
     MeterClient *m_client;
     StatusModel *m_model;
     DesktopNotifier *m_notifier = nullptr;
+    UpdateController *m_updater = nullptr;
     const Clock *m_clock = &SystemClock::instance();
     AlertRules m_alerts;
     // The supervisor's side: a launch that failed, whether brixd runs, its recent exits.

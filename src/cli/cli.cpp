@@ -1,6 +1,7 @@
 #include "cli/cli.h"
 #include "platform/console_streams.h"
 
+#include "cli/app_commands.h"
 #include "cli/mcp_commands.h"
 
 #include "app/status_model.h"
@@ -63,6 +64,9 @@ Commands:
   mcp snippet --client NAME
                     print the configuration snippet for one client
   guide             print the agent guide's project rules (quonbrix guide >> AGENTS.md)
+  update --check    print this version and the newest one the update feed offers
+  autostart on|off|status
+                    start QuonBrix at login, or not (an entry in ~/.config/autostart)
 
 Options:
   -h, --help        show this help and exit
@@ -73,6 +77,7 @@ Environment:
   QUON_BRIX_DAEMON       the brixd executable the tray app starts and keeps running
   QUON_BRIX_MCP_PORT     the daemon's MCP port on 127.0.0.1 (default 8510)
   CODEX_HOME             where Codex keeps config.toml (default ~/.codex)
+  QUON_BRIX_UPDATE_FEED  the update feed (an appcast URL; file:// works too)
 )";
 
 using console::err;
@@ -452,6 +457,10 @@ int run(const QStringList &args, const Environment &env) {
         return mcpCommand(args.mid(1), env);
     if (command == QLatin1String("guide"))
         return guideCommand(args.mid(1));
+    if (command == QLatin1String("update"))
+        return updateCommand(args.mid(1), env);
+    if (command == QLatin1String("autostart"))
+        return autostartCommand(args.mid(1), env);
     static const QStringList daemonCommands{QStringLiteral("status"), QStringLiteral("timer"),
                                             QStringLiteral("sync"), QStringLiteral("console"),
                                             QStringLiteral("signout")};

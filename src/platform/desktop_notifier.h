@@ -15,7 +15,7 @@ class DesktopNotifier : public QObject {
 public:
     struct Options {
         QString appName = QStringLiteral("QuonBrix");
-        QString desktopEntry = QStringLiteral("quonbrix");
+        QString desktopEntry = QStringLiteral("app.quonbrix.QuonBrix");
         QString soundName = QStringLiteral("message-new-instant");
         // An icon name from the theme or an absolute path to an image.
         QString icon;

@@ -194,6 +194,12 @@ void PopoverView::setupAction(const QString &action) {
     case view::SetupAction::SetupGuide:
         showGuide();
         break;
+    case view::SetupAction::Update:
+        request(view::Command::Update);
+        break;
+    case view::SetupAction::Autostart:
+        request(view::Command::ToggleAutostart);
+        break;
     }
 }
 

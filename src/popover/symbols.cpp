@@ -50,6 +50,8 @@ const QHash<QString, SymbolIcon> &table() {
         add("gauge.medium", "utilities-system-monitor-symbolic", true);
         add("person.2", "system-users-symbolic", true);
         add("number", "", true);
+        add("arrow.down.circle", "software-update-available-symbolic", true);
+        add("power.circle", "system-run-symbolic", true);
         return m;
     }();
     return t;

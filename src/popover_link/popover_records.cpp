@@ -29,7 +29,7 @@ constexpr std::array<std::pair<WindowMode, const char *>, 2> windowModes{{
     {WindowMode::Window, "window"},
 }};
 
-constexpr std::array<std::pair<Command, const char *>, 15> commands{{
+constexpr std::array<std::pair<Command, const char *>, 17> commands{{
     {Command::Sync, "sync"},
     {Command::StartTimer, "startTimer"},
     {Command::TimerAction, "timerAction"},
@@ -45,15 +45,19 @@ constexpr std::array<std::pair<Command, const char *>, 15> commands{{
     {Command::CopyMcpSnippet, "copyMcpSnippet"},
     {Command::InstallMcpClient, "installMcpClient"},
     {Command::CopyAgentGuide, "copyAgentGuide"},
+    {Command::Update, "update"},
+    {Command::ToggleAutostart, "toggleAutostart"},
 }};
 
-constexpr std::array<std::pair<SetupAction, const char *>, 6> setupActions{{
+constexpr std::array<std::pair<SetupAction, const char *>, 8> setupActions{{
     {SetupAction::SignIn, "signIn"},
     {SetupAction::SignOut, "signOut"},
     {SetupAction::OpenMeter, "openMeter"},
     {SetupAction::McpSetup, "mcpSetup"},
     {SetupAction::CopyAgentGuide, "copyAgentGuide"},
     {SetupAction::SetupGuide, "setupGuide"},
+    {SetupAction::Update, "update"},
+    {SetupAction::Autostart, "autostart"},
 }};
 
 } // namespace

@@ -399,7 +399,16 @@ struct Footer {
 };
 
 // What a row of the settings group does when its button is pressed.
-enum class SetupAction { SignIn, SignOut, OpenMeter, McpSetup, CopyAgentGuide, SetupGuide };
+enum class SetupAction {
+    SignIn,
+    SignOut,
+    OpenMeter,
+    McpSetup,
+    CopyAgentGuide,
+    SetupGuide,
+    Update,
+    Autostart
+};
 QString toWire(SetupAction action);
 std::optional<SetupAction> setupActionFromWire(const QString &wire);
 
@@ -414,6 +423,9 @@ struct SetupRow {
     Button button;
     bool done = false;
     QString doneSymbol;
+    // A switch instead of the button (its label is the accessible name), and where it is.
+    bool isSwitch = false;
+    bool on = false;
 
     QString key() const { return action; }
     bool operator==(const SetupRow &) const = default;
@@ -427,6 +439,8 @@ struct SetupRow {
         v("button", s.button);
         v("done", s.done);
         v("doneSymbol", s.doneSymbol);
+        v("isSwitch", s.isSwitch);
+        v("on", s.on);
     }
 };
 
@@ -652,6 +666,8 @@ enum class Command {
     CopyMcpSnippet,
     InstallMcpClient, // id: the client's name
     CopyAgentGuide,
+    Update, // whatever the update row offers now: check, install, restart, notes
+    ToggleAutostart,
 };
 QString toWire(Command command);
 std::optional<Command> commandFromWire(const QString &wire);

@@ -82,7 +82,8 @@ view::PopoverState PopoverPresenter::state() const {
     state.work = workPanel(*m_status, now);
     state.projects = projectsPanel(status);
     state.sharing = sharingPanel(status);
-    state.settings = settingsGroup(*m_status, m_guideCopied);
+    state.settings = settingsGroup(*m_status, m_guideCopied, m_updater,
+                                   m_autostart ? std::optional(m_autostart->isOn()) : std::nullopt);
     state.footer = footer(*m_status);
     state.signOut = signOutConfirmation();
     state.mcp = mcpSetupScreen(m_mcp);
@@ -216,6 +217,12 @@ void PopoverPresenter::perform(const view::UserCommand &command) {
     case view::Command::CopyAgentGuide:
         copyAgentGuide();
         break;
+    case view::Command::Update:
+        updateAction();
+        break;
+    case view::Command::ToggleAutostart:
+        toggleAutostart();
+        break;
     }
 }
 
@@ -233,6 +240,59 @@ void PopoverPresenter::copyAgentGuide() {
     }
     Q_EMIT copyRequested(integrations::projectRules(*guide));
     m_guideCopied = true;
+    scheduleUpdate();
+}
+
+void PopoverPresenter::setUpdater(UpdateController *updater) {
+    if (m_updater)
+        disconnect(m_updater, nullptr, this, nullptr);
+    m_updater = updater;
+    if (updater)
+        connect(updater, &UpdateController::changed, this, &PopoverPresenter::scheduleUpdate);
+    scheduleUpdate();
+}
+
+void PopoverPresenter::setAutostart(std::optional<Autostart> autostart) {
+    m_autostart = std::move(autostart);
+    scheduleUpdate();
+}
+
+void PopoverPresenter::updateAction() {
+    if (!m_updater)
+        return;
+    using Phase = UpdateController::Phase;
+    const bool selfContained = m_updater->options().kind == InstallKind::SelfContained;
+    switch (m_updater->phase()) {
+    case Phase::Available:
+        if (selfContained)
+            m_updater->install();
+        else if (const auto &offer = m_updater->offer(); offer && !offer->notesUrl.isEmpty())
+            m_status->openUrl(QUrl(offer->notesUrl));
+        break;
+    case Phase::InstallFailed:
+        m_updater->install();
+        break;
+    case Phase::Installed:
+        Q_EMIT restartRequested();
+        break;
+    case Phase::Checking:
+    case Phase::Downloading:
+        break;
+    case Phase::Idle:
+    case Phase::UpToDate:
+    case Phase::CheckFailed:
+        m_updater->checkNow();
+        break;
+    }
+}
+
+void PopoverPresenter::toggleAutostart() {
+    if (!m_autostart)
+        return;
+    if (const auto failure = m_autostart->setOn(!m_autostart->isOn())) {
+        qCWarning(lcPresenter, "[QuonBrix] autostart: %s", qUtf8Printable(*failure));
+        Q_EMIT beepRequested();
+    }
     scheduleUpdate();
 }
 

@@ -3,7 +3,9 @@
 #include "app/mcp_setup.h"
 #include "app/status_model.h"
 #include "app/web_links.h"
+#include "integrations/autostart.h"
 #include "popover_link/popover_records.h"
+#include "update/update_controller.h"
 
 #include <QLocale>
 #include <QObject>
@@ -43,6 +45,11 @@ public:
     // Where an installed daemon would be, for the terminal sign-in command when none was found.
     void setInstalledDaemon(QString path) { m_installedDaemon = std::move(path); }
 
+    // The update row and its command; without one the row is not shown.
+    void setUpdater(UpdateController *updater);
+    // The "Start at login" switch; without one it is not shown.
+    void setAutostart(std::optional<Autostart> autostart);
+
     // One line telling how to get a tray icon on this desktop, from XDG_CURRENT_DESKTOP.
     static QString noTrayHint(const QString &currentDesktop);
 
@@ -50,6 +57,8 @@ Q_SIGNALS:
     // Only the sections that differ from what the popover has.
     void changed(const quonbrix::view::PopoverState &sections);
     void quitRequested();
+    // A new version is installed and the person asked to run it.
+    void restartRequested();
     // Text for the clipboard (the terminal sign-in command).
     void copyRequested(const QString &text);
     // Something asked for could not be done and has no place to say so (the agent guide).
@@ -60,6 +69,8 @@ private:
     void update(bool workOnly);
     void updateTicking();
     void copyAgentGuide();
+    void updateAction();
+    void toggleAutostart();
     std::optional<integrations::McpClient> client(const view::UserCommand &command) const;
 
     StatusModel *m_status;
@@ -76,6 +87,8 @@ private:
     McpSetup m_mcp;
     // The agent guide was copied since the popover opened: its row shows a done mark.
     bool m_guideCopied = false;
+    UpdateController *m_updater = nullptr;
+    std::optional<Autostart> m_autostart;
 };
 
 } // namespace quonbrix

@@ -82,7 +82,72 @@ view::McpClientRow clientRow(const McpSetup &setup, McpClient client) {
 
 } // namespace
 
-view::Settings settingsGroup(const StatusModel &model, bool guideCopied) {
+view::SetupRow updateRow(const UpdateController &updater) {
+    using Phase = UpdateController::Phase;
+    const auto &options = updater.options();
+    const QString version =
+        options.currentVersion.isEmpty() ? QStringLiteral("?") : options.currentVersion;
+    const QString host =
+        options.feed.host().isEmpty() ? QStringLiteral("the update feed") : options.feed.host();
+    auto r =
+        row(view::SetupAction::Update, "arrow.down.circle", QStringLiteral("Check for updates"),
+            QStringLiteral("Current v") + version + QStringLiteral(" · auto-updates on. Check ") +
+                host + QStringLiteral(" now to install the latest."),
+            button(QStringLiteral("Check")));
+    const auto &offer = updater.offer();
+    const QString available =
+        offer ? QStringLiteral("Version %1 is available").arg(offer->displayVersion) : QString();
+    switch (updater.phase()) {
+    case Phase::Idle:
+        break;
+    case Phase::Checking:
+        r.button = button(QStringLiteral("Checking"), {}, {}, false);
+        break;
+    case Phase::UpToDate:
+        r.status = QStringLiteral("Up to date");
+        r.done = true;
+        break;
+    case Phase::Available:
+        r.status = available;
+        r.statusColor = toneColor(Tone::Orange);
+        if (options.kind == InstallKind::SelfContained) {
+            r.button = button(QStringLiteral("Install"));
+        } else {
+            r.detail = options.kind == InstallKind::Package
+                           ? QStringLiteral("Update with your package manager.")
+                           : QStringLiteral("Install it the way this copy was installed.");
+            if (!offer->notesUrl.isEmpty())
+                r.button = button(QStringLiteral("Release notes"), {},
+                                  QStringLiteral("Open the release notes in your browser"));
+        }
+        break;
+    case Phase::CheckFailed:
+        r.detail = QStringLiteral("Could not check for updates — ") + updater.failure();
+        r.statusColor = toneColor(Tone::Red);
+        break;
+    case Phase::Downloading:
+        r.status = QStringLiteral("Downloading %1 %").arg(updater.progress());
+        r.button = button(QStringLiteral("Installing"), {}, {}, false);
+        break;
+    case Phase::InstallFailed:
+        r.status = available;
+        r.statusColor = toneColor(Tone::Orange);
+        r.detail = QStringLiteral("Could not install the update — ") + updater.failure();
+        r.button = button(QStringLiteral("Install"));
+        break;
+    case Phase::Installed:
+        r.status =
+            offer ? QStringLiteral("Version %1 installed").arg(offer->displayVersion) : QString();
+        r.statusColor = toneColor(Tone::Green);
+        r.detail = QStringLiteral("Restart QuonBrix to run the new version.");
+        r.button = button(QStringLiteral("Restart to update"));
+        break;
+    }
+    return r;
+}
+
+view::Settings settingsGroup(const StatusModel &model, bool guideCopied,
+                             const UpdateController *updater, std::optional<bool> startsAtLogin) {
     view::Settings s;
     s.title = QStringLiteral("Settings & integrations");
     s.subtitle = QStringLiteral("Account, MCP, guide, updates");
@@ -132,6 +197,18 @@ view::Settings settingsGroup(const StatusModel &model, bool guideCopied) {
                          QStringLiteral("See the onboarding flow for local meter, MCP, sharing, "
                                         "and issue attribution."),
                          button(QStringLiteral("Open"))));
+    if (updater)
+        s.rows.push_back(updateRow(*updater));
+    if (startsAtLogin) {
+        auto login =
+            row(view::SetupAction::Autostart, "power.circle", QStringLiteral("Start at login"),
+                QStringLiteral("Start QuonBrix when you log in, so the meter is always "
+                               "running."),
+                button(QStringLiteral("Start at login")));
+        login.isSwitch = true;
+        login.on = *startsAtLogin;
+        s.rows.push_back(std::move(login));
+    }
     return s;
 }
 

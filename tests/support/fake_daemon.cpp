@@ -113,6 +113,14 @@ FakeReply FakeReply::drop() {
     return reply;
 }
 
+FakeReply FakeReply::cut(const QByteArray &body) {
+    FakeReply reply;
+    reply.kind = Kind::Cut;
+    reply.body = body;
+    reply.contentType = QByteArrayLiteral("application/octet-stream");
+    return reply;
+}
+
 FakeReply FakeReply::delayed(int ms) const {
     FakeReply reply = *this;
     reply.delayMs = ms;
@@ -321,6 +329,15 @@ void FakeDaemon::answer(QTcpSocket *socket, const FakeReply &reply) {
     out += "Content-Type: " + reply.contentType + "\r\n";
     out += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
     out += "Connection: keep-alive\r\n\r\n";
+    if (reply.kind == FakeReply::Kind::Cut) {
+        socket->write(out + reply.body.left(reply.body.size() / 2));
+        // Closes once what was written has gone out, unlike dropConnection's abort.
+        delete m_connections.take(socket);
+        socket->disconnect(this);
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        socket->disconnectFromHost();
+        return;
+    }
     out += reply.body;
     socket->write(out);
 }

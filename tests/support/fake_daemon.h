@@ -40,6 +40,7 @@ struct FakeReply {
         Answer, // a complete HTTP response
         Hang,   // read the request, never answer
         Drop,   // read the request, close the connection without a response
+        Cut,    // announce the body's length, send half of it and close the connection
     };
 
     Kind kind = Kind::Answer;
@@ -57,6 +58,7 @@ struct FakeReply {
     static FakeReply html(int status);
     static FakeReply hang();
     static FakeReply drop();
+    static FakeReply cut(const QByteArray &body);
 
     FakeReply delayed(int ms) const;
 };

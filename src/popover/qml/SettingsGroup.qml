@@ -79,6 +79,8 @@ ColumnLayout {
             required property var button
             required property bool done
             required property string doneSymbol
+            required property bool isSwitch
+            required property bool on
             Layout.fillWidth: true
             Layout.topMargin: 4
             spacing: 4
@@ -129,8 +131,16 @@ ColumnLayout {
                         color: palette.placeholderText
                     }
                 }
+                PlainSwitch {
+                    Layout.alignment: Qt.AlignTop
+                    visible: rowItem.isSwitch
+                    checked: rowItem.on
+                    name: rowItem.button.label
+                    onToggled: group.view.setupAction(rowItem.action)
+                }
                 PlainButton {
                     Layout.alignment: Qt.AlignTop
+                    visible: !rowItem.isSwitch
                     text: rowItem.button.label
                     help: rowItem.button.help
                     enabled: rowItem.button.enabled
