@@ -102,7 +102,11 @@ ColumnLayout {
                 ColumnLayout {
                     Layout.fillWidth: true
                     spacing: 2
-                    RowLayout {
+                    // A long status ("Version 1.10.0 is available") goes under the title
+                    // rather than widening the popover.
+                    Flow {
+                        Layout.fillWidth: true
+                        Layout.preferredWidth: 1
                         spacing: 6
                         PlainText {
                             text: rowItem.title
