@@ -1,5 +1,7 @@
 #include "app/app_core.h"
 #include "cli/cli.h"
+#include "log/log_categories.h"
+#include "log/log_sink.h"
 #include "platform/attention_sources.h"
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
@@ -15,7 +17,6 @@
 #include <QDBusConnection>
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QSystemTrayIcon>
 #include <csignal>
@@ -24,8 +25,6 @@
 namespace {
 
 using namespace quonbrix;
-
-Q_LOGGING_CATEGORY(lcShell, "quonbrix.shell")
 
 // Notification servers want an icon by name or path; the app mark is drawn once into the
 // cache rather than installed into an icon theme.
@@ -109,6 +108,7 @@ int runTray(int argc, char *argv[]) {
 } // namespace
 
 int main(int argc, char *argv[]) {
+    quonbrix::logging::installForThisProcess();
     if (argc <= 1)
         return runTray(argc, argv);
     QCoreApplication app(argc, argv);
