@@ -1,5 +1,7 @@
 #include "app/app_core.h"
 #include "cli/cli.h"
+#include "log/log_categories.h"
+#include "log/log_sink.h"
 #include "platform/attention_sources.h"
 #include "platform/desktop_notifier.h"
 #include "platform/environment.h"
@@ -17,7 +19,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QSystemTrayIcon>
 #include <csignal>
@@ -27,8 +28,6 @@
 namespace {
 
 using namespace quonbrix;
-
-Q_LOGGING_CATEGORY(lcShell, "quonbrix.shell")
 
 // Notification servers want an icon by name or path; the app mark is drawn once into the
 // cache rather than installed into an icon theme.
@@ -135,6 +134,7 @@ int runTray(int argc, char *argv[]) {
 } // namespace
 
 int main(int argc, char *argv[]) {
+    quonbrix::logging::installForThisProcess();
     if (argc <= 1) {
         const int code = runTray(argc, argv);
         if (!restartInto.isEmpty()) {

@@ -1,6 +1,7 @@
 // quonbrix-popover: the tray's popover window in a process of its own, started by the tray
 // app when the popover is opened (see ui/popover_host.h). Not meant to be run by hand.
 
+#include "log/log_sink.h"
 #include "popover/popover_app.h"
 #include "popover/portal_color_scheme.h"
 
@@ -12,6 +13,7 @@
 Q_IMPORT_QML_PLUGIN(QuonBrixPlugin)
 
 int main(int argc, char *argv[]) {
+    quonbrix::logging::installForThisProcess();
     // A tray that went away is noticed as a failed write, not as a fatal signal.
     std::signal(SIGPIPE, SIG_IGN);
     // The software scene graph keeps the open popover tens of MiB lighter than the GL one,

@@ -4,6 +4,7 @@
 
 #include "account/device_flow_enroller.h"
 #include "account/token_store.h"
+#include "log/log_sink.h"
 #include "platform/console_streams.h"
 #include "platform/environment.h"
 #include "platform/single_instance.h"
@@ -93,6 +94,7 @@ int signin(const QStringList &args, const Environment &env) {
 } // namespace
 
 int main(int argc, char *argv[]) {
+    quonbrix::logging::installForThisProcess();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("quonbrix"));
     QStringList args = QCoreApplication::arguments();

@@ -6,8 +6,10 @@
 //                       --output DIR
 //
 // Prints the bundle's path on stdout, or nothing when brixd should keep its own roots; exits 0
-// either way. The outcome is logged on stderr as the app would log it. Exit 2: bad arguments.
+// either way. The outcome is logged where the app logs (stderr, or the journal). Exit 2: bad
+// arguments.
 
+#include "log/log_sink.h"
 #include "trust_store/trust_store.h"
 
 #include <QCoreApplication>
@@ -16,6 +18,7 @@
 #include <cstdio>
 
 int main(int argc, char *argv[]) {
+    quonbrix::logging::installForThisProcess();
     // No event loop is run, but loading the TLS backend wants an application object.
     QCoreApplication app(argc, argv);
     QStringList args = QCoreApplication::arguments();

@@ -10,6 +10,7 @@
 // or {"error": "…"}; the exit status is 0 on success.
 
 #include "files/private_files.h"
+#include "log/log_sink.h"
 #include "platform/console_streams.h"
 #include "update/appcast.h"
 #include "update/signature.h"
@@ -175,6 +176,7 @@ int install(const QUrl &url, qint64 length, const QString &signatureText, const 
 } // namespace
 
 int main(int argc, char *argv[]) {
+    quonbrix::logging::installForThisProcess();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("quonbrix"));
     QCommandLineParser parser;

@@ -1,9 +1,10 @@
 // The app shell without a desktop: what the popover is told and when, the popover program
-// run as the tray runs it (offscreen), the tray icon's badge following the status, and the
-// daemon's lifetime following the app's.
+// run as the tray runs it (offscreen), the tray icon's badge following the status, the
+// daemon's lifetime following the app's, and where log lines go under systemd.
 
 #include "app/app_core.h"
 #include "helpers/log_capture.h"
+#include "log/log_sink.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
 #include "ui/popover_host.h"
@@ -15,11 +16,17 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QSignalSpy>
 #include <QSystemTrayIcon>
 #include <QTemporaryDir>
 #include <QTest>
 #include <csignal>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 using namespace quonbrix;
 using quonbrix::test::FakeDaemon;
@@ -58,6 +65,8 @@ private Q_SLOTS:
     void daemonLivesAsLongAsTheApp();
     void notMeteringSaysWhy_data();
     void notMeteringSaysWhy();
+    void logLinesUnderSystemd_data();
+    void logLinesUnderSystemd();
 
 private:
     QTemporaryDir m_home;
@@ -266,6 +275,67 @@ void ShellTest::notMeteringSaysWhy() {
     QCOMPARE(int(shell.currentBadge()), int(IconBadge::NotMetering));
     QVERIFY(trayToolTip(core.model()).contains(core.model().daemonCondition()));
     core.shutdown();
+}
+
+// systemd names the stream it gave us as stderr in JOURNAL_STREAM; while stderr still is that
+// stream, each line reaches the journal as one record, the app's format kept.
+void ShellTest::logLinesUnderSystemd_data() {
+    QTest::addColumn<bool>("stderrIsTheJournal");
+    QTest::addColumn<QByteArray>("category");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QByteArray>("record"); // the MESSAGE field; empty: nothing sent
+    const QString line = QStringLiteral("[QuonBrix] status: daemon answered at http://x");
+    QTest::newRow("the app's line") << true << QByteArray("quonbrix.status") << line
+                                    << QByteArray("MESSAGE=") + line.toUtf8() + '\n';
+    QTest::newRow("Qt's own line, with its category as the subject")
+        << true << QByteArray("qt.qpa.xcb") << QStringLiteral("could not connect")
+        << QByteArray("MESSAGE=[QuonBrix] qt.qpa.xcb: could not connect\n");
+    QTest::newRow("two lines: sized, not split")
+        << true << QByteArray("quonbrix.popover") << QStringLiteral("[QuonBrix] popover: a\nb")
+        << QByteArray("MESSAGE\n") + QByteArray("\x17\0\0\0\0\0\0\0", 8) +
+               QByteArray("[QuonBrix] popover: a\nb\n");
+    QTest::newRow("stderr redirected since: stays on stderr")
+        << false << QByteArray("quonbrix.status") << line << QByteArray();
+}
+
+void ShellTest::logLinesUnderSystemd() {
+    QFETCH(bool, stderrIsTheJournal);
+    QFETCH(QByteArray, category);
+    QFETCH(QString, message);
+    QFETCH(QByteArray, record);
+    QTemporaryDir dir;
+    const QByteArray socketPath = QFile::encodeName(dir.filePath(QStringLiteral("journal")));
+    const int journal = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, socketPath.constData(), size_t(socketPath.size()));
+    QCOMPARE(::bind(journal, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    const int stream = ::open(QFile::encodeName(dir.filePath(QStringLiteral("stream"))),
+                              O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    struct stat st {};
+    QCOMPARE(::fstat(stream, &st), 0);
+    const QString journalStream =
+        QStringLiteral("%1:%2").arg(st.st_dev).arg(st.st_ino + (stderrIsTheJournal ? 0 : 1));
+
+    logging::SinkOptions options;
+    options.sink = logging::sinkFor(journalStream, stream);
+    options.journalSocket = socketPath;
+    const QtMessageHandler previous = logging::install(options);
+    const QLoggingCategory lc(category.constData());
+    qCWarning(lc).noquote() << message;
+    qInstallMessageHandler(previous);
+
+    char buffer[4096];
+    const ssize_t got = ::recv(journal, buffer, sizeof buffer, 0);
+    ::close(journal);
+    ::close(stream);
+    if (record.isEmpty()) {
+        QCOMPARE(got, ssize_t(-1));
+        return;
+    }
+    const QByteArray datagram(buffer, qsizetype(std::max<ssize_t>(got, 0)));
+    QVERIFY2(datagram.startsWith("PRIORITY=4\n") && datagram.endsWith(record),
+             datagram.constData());
 }
 
 QTEST_MAIN(ShellTest)

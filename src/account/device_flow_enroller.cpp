@@ -1,11 +1,11 @@
 #include "account/device_flow_enroller.h"
 
 #include "files/private_files.h"
+#include "log/log_categories.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
-#include <QLoggingCategory>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -15,8 +15,6 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-
-Q_LOGGING_CATEGORY(lcAccount, "quonbrix.account")
 
 namespace quonbrix {
 

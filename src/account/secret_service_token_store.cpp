@@ -1,12 +1,11 @@
 #include "account/token_store.h"
 
-#include <QLoggingCategory>
+#include "log/log_categories.h"
+
 #include <QThread>
 
 // After Qt, and only with Qt's keywords switched off: GIO has struct members named "signals".
 #include <libsecret/secret.h>
-
-Q_DECLARE_LOGGING_CATEGORY(lcAccount) // defined with the sign-in flow
 
 namespace quonbrix {
 

@@ -1,11 +1,10 @@
 #include "app/mcp_setup.h"
 
-#include <QLoggingCategory>
+#include "log/log_categories.h"
+
 #include <QPointer>
 #include <QThread>
 #include <memory>
-
-Q_LOGGING_CATEGORY(lcMcpSetup, "quonbrix.integrations")
 
 namespace quonbrix {
 
@@ -103,11 +102,11 @@ void McpSetup::install(McpClient client) {
         [this, client](InstallResult result) {
             m_installing.remove(int(client));
             if (result.kind == InstallResult::Kind::Failed)
-                qCWarning(lcMcpSetup, "[QuonBrix] mcp: %s: %s",
+                qCWarning(lcIntegrations, "[QuonBrix] mcp: %s: %s",
                           qUtf8Printable(integrations::displayName(client)),
                           qUtf8Printable(result.message));
             else
-                qCInfo(lcMcpSetup, "[QuonBrix] mcp: %s: %s",
+                qCInfo(lcIntegrations, "[QuonBrix] mcp: %s: %s",
                        qUtf8Printable(integrations::displayName(client)),
                        qUtf8Printable(integrations::installResultText(result)));
             m_results.insert(int(client), std::move(result));

@@ -1,12 +1,10 @@
 #include "app/sign_in_process.h"
 
+#include "log/log_categories.h"
 #include "json/json_codec.h"
 
-#include <QLoggingCategory>
 #include <QTimer>
 #include <memory>
-
-Q_LOGGING_CATEGORY(lcSignInProcess, "quonbrix.account")
 
 namespace quonbrix {
 
@@ -62,7 +60,7 @@ void SignInProcess::run(std::function<void(const EnrollPrompt &)> onPrompt,
         while (!*finished && m_process == process && process->canReadLine()) {
             const auto event = json::decode<EnrollEvent>(process->readLine().trimmed());
             if (!event)
-                qCWarning(lcSignInProcess,
+                qCWarning(lcAccount,
                           "[QuonBrix] sign-in: unreadable line from the sign-in process");
             else if (event->prompt)
                 onPrompt(*event->prompt);

@@ -2,13 +2,11 @@
 
 #include "features/attention.h"
 #include "features/sharing.h"
+#include "log/log_categories.h"
 
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QPointer>
 #include <algorithm>
-
-Q_LOGGING_CATEGORY(lcStatus, "quonbrix.status")
 
 namespace quonbrix {
 

@@ -1,16 +1,14 @@
 #include "daemon_link/meter_client.h"
 
 #include "daemon_link/records.h"
+#include "log/log_categories.h"
 #include "json/json_codec.h"
 
 #include <QFile>
-#include <QLoggingCategory>
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QTimer>
 #include <QUuid>
-
-Q_LOGGING_CATEGORY(lcDaemonLink, "quonbrix.daemon_link")
 
 namespace quonbrix {
 

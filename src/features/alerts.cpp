@@ -2,13 +2,11 @@
 
 #include "features/formatting.h"
 #include "features/provider_limits.h"
+#include "log/log_categories.h"
 
-#include <QLoggingCategory>
 #include <algorithm>
 
 namespace quonbrix {
-
-Q_LOGGING_CATEGORY(lcAlerts, "quonbrix.alerts")
 
 namespace {
 constexpr double nearlyUsedPercent = 90.0;

@@ -1,17 +1,14 @@
 #include "platform/attention_sources.h"
 
+#include "log/log_categories.h"
 #include "platform/dbus_idle.h"
 #include "platform/hyprland_ipc.h"
 #include "platform/sway_ipc.h"
 #include "platform/wayland_idle.h"
 
-#include <QLoggingCategory>
-
 namespace quonbrix {
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcAttentionSources, "quonbrix.attention")
 
 // The X11 connection answers both questions; the idle side borrows it from the focus side.
 class BorrowedIdleTime final : public IdleTimeSource {
@@ -92,8 +89,7 @@ AttentionSources openAttentionSources(const Environment &env, QDBusConnection bu
                                                "Wayland idle-notification protocol")
                               : QStringLiteral("no X11 display with the XScreenSaver extension "
                                                "and no idle service on the session bus");
-    qCInfo(lcAttentionSources,
-           "[QuonBrix] attention: idle time from %s, focused application from %s",
+    qCInfo(lcAttention, "[QuonBrix] attention: idle time from %s, focused application from %s",
            sources.idle ? qUtf8Printable(sources.idle->name()) : "nowhere",
            focusName.isEmpty() ? "nowhere" : qUtf8Printable(focusName));
     return sources;

@@ -1,13 +1,12 @@
 #include "platform/desktop_notifier.h"
 
+#include "log/log_categories.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QLoggingCategory>
 
 namespace quonbrix {
-
-Q_LOGGING_CATEGORY(lcNotify, "quonbrix.notifications")
 
 namespace {
 const QString service = QStringLiteral("org.freedesktop.Notifications");
@@ -26,7 +25,8 @@ void DesktopNotifier::post(const QString &identifier, const QString &title, cons
                            bool critical) {
     if (!m_bus.isConnected()) {
         if (!m_loggedFailure)
-            qCInfo(lcNotify, "[QuonBrix] notifications: no session bus, notifications are off");
+            qCInfo(lcNotifications,
+                   "[QuonBrix] notifications: no session bus, notifications are off");
         m_loggedFailure = true;
         Q_EMIT posted(identifier, false);
         return;
@@ -50,7 +50,7 @@ void DesktopNotifier::post(const QString &identifier, const QString &title, cons
                 const QDBusPendingReply<uint> reply = *w;
                 if (reply.isError()) {
                     if (!m_loggedFailure)
-                        qCWarning(lcNotify).noquote()
+                        qCWarning(lcNotifications).noquote()
                             << "[QuonBrix] notifications: the notification service did not take"
                                " a notification:"
                             << reply.error().message();

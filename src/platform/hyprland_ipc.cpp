@@ -1,17 +1,16 @@
 #include "platform/hyprland_ipc.h"
 
+#include "log/log_categories.h"
+
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalSocket>
-#include <QLoggingCategory>
 #include <QTimer>
 
 namespace quonbrix {
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcHyprlandIpc, "quonbrix.attention")
 
 // The one query happens at the start; an answer later than this is not waited for, the next
 // focus event tells anyway.
@@ -68,7 +67,7 @@ void HyprlandFocus::Private::fail(const QString &why) {
         return;
     failed = true;
     focused.reset();
-    qCWarning(lcHyprlandIpc,
+    qCWarning(lcAttention,
               "[QuonBrix] attention: Hyprland's event socket in %s: %s; the focused application "
               "is left out",
               qUtf8Printable(directory), qUtf8Printable(why));

@@ -1,12 +1,11 @@
 #include "platform/single_instance.h"
 
+#include "log/log_categories.h"
+
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QLoggingCategory>
 
 namespace quonbrix {
-
-Q_LOGGING_CATEGORY(lcInstance, "quonbrix.shell")
 
 SingleInstance::SingleInstance(QDBusConnection bus, QObject *parent)
     : QObject(parent)
@@ -23,7 +22,7 @@ SingleInstance::Claim SingleInstance::claim() {
     if (!m_bus.isConnected() || !m_bus.interface())
         return Claim::NoBus;
     if (!m_bus.registerObject(objectPath, this, QDBusConnection::ExportScriptableSlots))
-        qCWarning(lcInstance) << "[QuonBrix] shell: could not export the activation object";
+        qCWarning(lcShell) << "[QuonBrix] shell: could not export the activation object";
     const auto reply =
         m_bus.interface()->registerService(serviceName, QDBusConnectionInterface::DontQueueService,
                                            QDBusConnectionInterface::DontAllowReplacement);
@@ -39,9 +38,9 @@ SingleInstance::Claim SingleInstance::claim() {
     if (answer.type() == QDBusMessage::ReplyMessage)
         return Claim::ActivatedOther;
     // The owner is wedged or went away between the two calls; better two trays than none.
-    qCWarning(lcInstance) << "[QuonBrix] shell: another instance holds the session name but "
-                             "did not answer:"
-                          << answer.errorMessage();
+    qCWarning(lcShell) << "[QuonBrix] shell: another instance holds the session name but "
+                          "did not answer:"
+                       << answer.errorMessage();
     return Claim::NoBus;
 }
 

@@ -1,18 +1,17 @@
 #include "platform/sway_ipc.h"
 
+#include "log/log_categories.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalSocket>
-#include <QLoggingCategory>
 #include <QtEndian>
 #include <utility>
 
 namespace quonbrix {
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcSwayIpc, "quonbrix.attention")
 
 // i3's IPC framing, which sway keeps: magic, payload length, message type.
 constexpr char ipcMagic[] = {'i', '3', '-', 'i', 'p', 'c'};
@@ -154,7 +153,7 @@ void SwayFocus::Private::fail(const QString &why) {
         return;
     failed = true;
     focused.reset();
-    qCWarning(lcSwayIpc,
+    qCWarning(lcAttention,
               "[QuonBrix] attention: sway's IPC socket %s: %s; the focused application is left "
               "out",
               qUtf8Printable(path), qUtf8Printable(why));

@@ -1,10 +1,11 @@
 #include "platform/url_opener.h"
 
+#include "log/log_categories.h"
+
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QLoggingCategory>
 #include <QPointer>
 #include <QTimer>
 #include <chrono>
@@ -12,8 +13,6 @@
 #include <utility>
 
 namespace quonbrix {
-
-Q_LOGGING_CATEGORY(lcOpener, "quonbrix.shell")
 
 namespace {
 
@@ -96,7 +95,7 @@ void PortalRequest::answered(QDBusPendingCallWatcher *watcher) {
     const QDBusPendingReply<QDBusObjectPath> reply = *watcher;
     if (reply.isError()) {
         // The error's name only: its text may quote the URL.
-        qCDebug(lcOpener, "[QuonBrix] shell: desktop portal did not take the URL (%s)",
+        qCDebug(lcShell, "[QuonBrix] shell: desktop portal did not take the URL (%s)",
                 qUtf8Printable(reply.error().name()));
         finish(UrlOpenOutcome::Refused);
         return;
@@ -131,7 +130,7 @@ void PortalRequest::response(uint code, const QVariantMap &, const QDBusMessage 
 void PortalRequest::settle(uint code) {
     // 0 is success; 1 the user cancelled, 2 anything else.
     if (code != 0)
-        qCDebug(lcOpener, "[QuonBrix] shell: desktop portal could not open the URL (response %u)",
+        qCDebug(lcShell, "[QuonBrix] shell: desktop portal could not open the URL (response %u)",
                 code);
     finish(code == 0 ? UrlOpenOutcome::Opened : UrlOpenOutcome::RefusedLater);
 }
@@ -181,9 +180,9 @@ void UrlOpener::open(const QUrl &url, QObject *context, UrlOpenDone done) const 
                               return;
                           }
                           if (secret)
-                              qCWarning(lcOpener, "[QuonBrix] shell: no desktop portal to hand "
-                                                  "the local console link to; not passing its "
-                                                  "token on a command line");
+                              qCWarning(lcShell, "[QuonBrix] shell: no desktop portal to hand "
+                                                 "the local console link to; not passing its "
+                                                 "token on a command line");
                           done(fallback() ? UrlOpenOutcome::Accepted : UrlOpenOutcome::Refused);
                       });
 }

@@ -1,7 +1,6 @@
 #include "platform/wayland_idle.h"
 
 #include <QFile>
-#include <QLoggingCategory>
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -16,12 +15,11 @@
 
 #include "ext-idle-notify-v1-client-protocol.h"
 #include "idle-client-protocol.h"
+#include "log/log_categories.h"
 
 namespace quonbrix {
 
 namespace {
-
-Q_LOGGING_CATEGORY(lcWaylandIdle, "quonbrix.attention")
 
 using SteadyClock = std::chrono::steady_clock;
 
@@ -205,7 +203,7 @@ void WaylandIdleTime::Private::lose() {
     idleSince.reset();
     notifier->setEnabled(false);
     const int error = wl_display_get_error(display);
-    qCWarning(lcWaylandIdle,
+    qCWarning(lcAttention,
               "[QuonBrix] attention: the Wayland compositor's connection ended (%s); no idle "
               "time from it any more",
               error ? std::strerror(error) : "closed");

@@ -1,13 +1,12 @@
 #include "popover/popover_app.h"
 
+#include "log/log_categories.h"
+
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QLoggingCategory>
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(lcPopoverApp, "quonbrix.popover")
 
 namespace quonbrix {
 
@@ -58,7 +57,7 @@ void PopoverApp::readInput() {
                 if (const auto message = view::decodeLine<view::ToPopover>(line))
                     handle(*message);
                 else
-                    qCWarning(lcPopoverApp, "[QuonBrix] popover: unreadable message ignored");
+                    qCWarning(lcPopover, "[QuonBrix] popover: unreadable message ignored");
             });
             continue;
         }

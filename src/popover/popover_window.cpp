@@ -1,5 +1,6 @@
 #include "popover/popover_window.h"
 
+#include "log/log_categories.h"
 #include "popover/popover_placement.h"
 #include "popover/popover_view.h"
 #include "popover/symbols.h"
@@ -7,7 +8,6 @@
 
 #include <QCursor>
 #include <QGuiApplication>
-#include <QLoggingCategory>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQmlProperty>
@@ -16,8 +16,6 @@
 #include <QTimer>
 
 namespace quonbrix {
-
-Q_LOGGING_CATEGORY(lcPopover, "quonbrix.popover")
 
 namespace {
 // A tray click arrives just after the focus loss it caused; within this window the click

@@ -1,15 +1,14 @@
 #include "popover/portal_color_scheme.h"
 
+#include "log/log_categories.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusVariant>
 #include <QGuiApplication>
-#include <QLoggingCategory>
 #include <array>
 #include <iterator>
-
-Q_LOGGING_CATEGORY(lcColorScheme, "quonbrix.popover")
 
 namespace quonbrix {
 
@@ -54,7 +53,7 @@ PortalColorScheme::PortalColorScheme(QDBusConnection bus, QObject *parent)
         w->deleteLater();
         const QDBusPendingReply<QDBusVariant> reply = *w;
         if (reply.isError()) {
-            qCDebug(lcColorScheme,
+            qCDebug(lcPopover,
                     "[QuonBrix] popover: no colour scheme from a portal "
                     "(%s); the platform's palette stays",
                     qUtf8Printable(reply.error().name()));

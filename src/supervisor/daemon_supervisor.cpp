@@ -1,12 +1,12 @@
 #include "supervisor/daemon_supervisor.h"
 
+#include "log/log_categories.h"
 #include "supervisor/trust_store_child.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QProcess>
 #include <QThread>
 #include <QTimer>
@@ -14,8 +14,6 @@
 #include <csignal>
 #include <sys/prctl.h>
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(lcSupervisor, "quonbrix.supervisor")
 
 namespace quonbrix {
 

@@ -1,14 +1,13 @@
 #include "supervisor/trust_store_child.h"
 
+#include "log/log_categories.h"
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QProcess>
 #include <algorithm>
-
-Q_DECLARE_LOGGING_CATEGORY(lcTrustStore) // defined with the build rules in trust_store.cpp
 
 namespace quonbrix::truststore {
 

@@ -1,16 +1,14 @@
 #include "trust_store/trust_store.h"
 
 #include "files/private_files.h"
+#include "log/log_categories.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <QSslCertificate>
 #include <QStringDecoder>
 #include <algorithm>
-
-Q_LOGGING_CATEGORY(lcTrustStore, "quonbrix.truststore")
 
 namespace quonbrix {
 

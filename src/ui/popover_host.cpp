@@ -1,10 +1,7 @@
 #include "ui/popover_host.h"
 
+#include "log/log_categories.h"
 #include "platform/helper_programs.h"
-
-#include <QLoggingCategory>
-
-Q_LOGGING_CATEGORY(lcPopoverHost, "quonbrix.popover")
 
 namespace quonbrix {
 
@@ -48,16 +45,16 @@ void PopoverHost::ensureRunning() {
     connect(m_process, &QProcess::readyReadStandardOutput, this, &PopoverHost::readReplies);
     connect(m_process, &QProcess::finished, this, [this](int code, QProcess::ExitStatus how) {
         if (how == QProcess::CrashExit || code != 0)
-            qCWarning(lcPopoverHost, "[QuonBrix] popover: process ended unexpectedly (%s %d)",
+            qCWarning(lcPopover, "[QuonBrix] popover: process ended unexpectedly (%s %d)",
                       how == QProcess::CrashExit ? "signal" : "exit code", code);
         else
-            qCDebug(lcPopoverHost, "[QuonBrix] popover: process ended after being closed");
+            qCDebug(lcPopover, "[QuonBrix] popover: process ended after being closed");
         processGone();
     });
     connect(m_process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
         if (error != QProcess::FailedToStart)
             return;
-        qCWarning(lcPopoverHost).noquote()
+        qCWarning(lcPopover).noquote()
             << QStringLiteral("[QuonBrix] popover: could not be started: %1: %2")
                    .arg(m_program, m_process->errorString());
         processGone();
@@ -99,7 +96,7 @@ void PopoverHost::send(const view::ToPopover &message) {
         return;
     m_process->write(view::encodeLine(message));
     if (m_process->bytesToWrite() > maxUnwrittenBytes) {
-        qCWarning(lcPopoverHost, "[QuonBrix] popover: not reading its input, ended");
+        qCWarning(lcPopover, "[QuonBrix] popover: not reading its input, ended");
         m_process->kill();
     }
 }
@@ -112,14 +109,14 @@ void PopoverHost::readReplies() {
         if (const auto message = view::decodeLine<view::FromPopover>(line))
             handle(*message);
         else
-            qCWarning(lcPopoverHost, "[QuonBrix] popover: unreadable message ignored");
+            qCWarning(lcPopover, "[QuonBrix] popover: unreadable message ignored");
     });
 }
 
 void PopoverHost::handle(const view::FromPopover &message) {
     if (message.visible) {
         if (*message.visible && m_sinceShowRequest.isValid()) {
-            qCDebug(lcPopoverHost, "[QuonBrix] popover: shown %lld ms after it was asked for",
+            qCDebug(lcPopover, "[QuonBrix] popover: shown %lld ms after it was asked for",
                     m_sinceShowRequest.elapsed());
             m_sinceShowRequest.invalidate();
         }

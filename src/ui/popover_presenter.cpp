@@ -1,15 +1,12 @@
 #include "ui/popover_presenter.h"
 
+#include "log/log_categories.h"
 #include "ui/account_panels.h"
 #include "ui/popover_panels.h"
 #include "ui/setup_panels.h"
 #include "ui/work_panels.h"
 
 #include "integrations/agent_guide.h"
-
-#include <QLoggingCategory>
-
-Q_LOGGING_CATEGORY(lcPresenter, "quonbrix.popover")
 
 namespace quonbrix {
 
@@ -234,7 +231,7 @@ PopoverPresenter::client(const view::UserCommand &command) const {
 void PopoverPresenter::copyAgentGuide() {
     const auto guide = integrations::agentGuideText();
     if (!guide) {
-        qCWarning(lcPresenter, "[QuonBrix] agent guide: the guide built into the app is missing");
+        qCWarning(lcPopover, "[QuonBrix] agent guide: the guide built into the app is missing");
         Q_EMIT beepRequested();
         return;
     }
@@ -290,7 +287,7 @@ void PopoverPresenter::toggleAutostart() {
     if (!m_autostart)
         return;
     if (const auto failure = m_autostart->setOn(!m_autostart->isOn())) {
-        qCWarning(lcPresenter, "[QuonBrix] autostart: %s", qUtf8Printable(*failure));
+        qCWarning(lcPopover, "[QuonBrix] autostart: %s", qUtf8Printable(*failure));
         Q_EMIT beepRequested();
     }
     scheduleUpdate();

@@ -1,6 +1,7 @@
 #include "ui/tray_shell.h"
 
 #include "app/app_core.h"
+#include "log/log_categories.h"
 #include "platform/url_opener.h"
 #include "ui/popover_host.h"
 #include "ui/popover_presenter.h"
@@ -18,12 +19,9 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QGuiApplication>
-#include <QLoggingCategory>
 #include <QMenu>
 #include <QSystemTrayIcon>
 #include <QTimer>
-
-Q_LOGGING_CATEGORY(lcTray, "quonbrix.shell")
 
 namespace quonbrix {
 
@@ -157,7 +155,7 @@ void TrayShell::dropTray() {
 
 void TrayShell::trayAvailabilityChanged(bool available) {
     if (available != m_options.trayAvailable)
-        qCInfo(lcTray, "[QuonBrix] shell: %s",
+        qCInfo(lcShell, "[QuonBrix] shell: %s",
                available ? "a system tray appeared, the icon is in it"
                          : "the system tray went away; QuonBrix opens as a window");
     m_options.trayAvailable = available;

@@ -1,15 +1,13 @@
 #include "update/update_controller.h"
 
+#include "log/log_categories.h"
 #include "platform/environment.h"
 #include "update/appcast.h"
 #include "json/json_codec.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QLoggingCategory>
 #include <unistd.h>
-
-Q_LOGGING_CATEGORY(lcUpdate, "quonbrix.update")
 
 namespace quonbrix {
 
