@@ -10,7 +10,9 @@
 
 #include <QDateTime>
 #include <QElapsedTimer>
+#include <QLocale>
 #include <QObject>
+#include <QTimeZone>
 #include <deque>
 #include <memory>
 
@@ -48,8 +50,10 @@ public:
     void signInFinishedElsewhere();
 
     // Where goal and limit warnings go; without one they are worked out and dropped. Set
-    // before launch(); `clock` dates the relative reset times.
-    void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance());
+    // before launch(); `clock` dates the readings and the reset times, which are worded in
+    // `locale` and `zone`.
+    void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance(),
+                     QLocale locale = QLocale(), QTimeZone zone = QTimeZone::systemTimeZone());
 
 private:
     // Works out what keeps the meter from running, from the supervisor's reports and the
@@ -62,7 +66,8 @@ private:
     MeterClient *m_client;
     StatusModel *m_model;
     DesktopNotifier *m_notifier = nullptr;
-    const Clock *m_clock = &SystemClock::instance();
+    QLocale m_locale;
+    QTimeZone m_zone = QTimeZone::systemTimeZone();
     AlertRules m_alerts;
     // The supervisor's side: a launch that failed, whether brixd runs, its recent exits.
     QString m_launchFailure;
