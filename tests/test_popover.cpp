@@ -215,8 +215,9 @@ void PopoverTest::groupRowsUpdateInPlace() {
     RecordListModel<view::LimitGroup> groups;
     view::LimitGroup codex{
         QStringLiteral("codex"), QStringLiteral("Codex"), QStringLiteral("#10a37f"), {}, {}};
-    codex.rows = {{QStringLiteral("5h window"), {}, 0.5, QStringLiteral("50%"), {}, false, {}},
-                  {QStringLiteral("Weekly"), {}, 0.2, QStringLiteral("20%"), {}, false, {}}};
+    codex.rows = {
+        {QStringLiteral("5h window"), {}, 0.5, QStringLiteral("50%"), {}, false, {}, {}, {}},
+        {QStringLiteral("Weekly"), {}, 0.2, QStringLiteral("20%"), {}, false, {}, {}, {}}};
     groups.update({codex});
     const int rowsRole = groups.roleNames().key("rows");
     auto *rows = qobject_cast<QAbstractItemModel *>(

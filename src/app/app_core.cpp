@@ -30,10 +30,11 @@ AppCore::AppCore(Environment env, std::shared_ptr<DaemonSupervisor> supervisor,
         return std::make_unique<SignInProcess>(
             helperProgram(QCoreApplication::applicationDirPath(), SignInProcess::helperName));
     });
-    // Both warning rules run at the end of every pass, goal first, with the status just read.
+    // The warning rules run at the end of every pass, goal first, with the status just read.
     connect(m_model, &StatusModel::passFinished, this,
             [this](const std::optional<DaemonStatus> &status) {
-                for (const DesktopNotification &n : m_alerts.afterPass(status, m_clock->now()))
+                for (const DesktopNotification &n :
+                     m_alerts.afterPass(status, m_model->forecastContext(m_locale, m_zone)))
                     if (m_notifier)
                         m_notifier->post(n.identifier, n.title, n.body, n.critical);
             });
@@ -116,10 +117,13 @@ void AppCore::setUpdater(UpdateController *updater) {
     });
 }
 
-void AppCore::setNotifier(DesktopNotifier *notifier, const Clock *clock) {
+void AppCore::setNotifier(DesktopNotifier *notifier, const Clock *clock, QLocale locale,
+                          QTimeZone zone) {
     m_notifier = notifier;
-    if (clock)
-        m_clock = clock;
+    // The readings that pace a forecast are dated by the same clock as the notices.
+    m_model->setClock(clock);
+    m_locale = std::move(locale);
+    m_zone = std::move(zone);
 }
 
 void AppCore::updateDaemonCondition() {

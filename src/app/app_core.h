@@ -11,7 +11,9 @@
 
 #include <QDateTime>
 #include <QElapsedTimer>
+#include <QLocale>
 #include <QObject>
+#include <QTimeZone>
 #include <deque>
 #include <memory>
 
@@ -49,8 +51,10 @@ public:
     void signInFinishedElsewhere();
 
     // Where goal and limit warnings go; without one they are worked out and dropped. Set
-    // before launch(); `clock` dates the relative reset times.
-    void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance());
+    // before launch(); `clock` dates the readings and the reset times, which are worded in
+    // `locale` and `zone`.
+    void setNotifier(DesktopNotifier *notifier, const Clock *clock = &SystemClock::instance(),
+                     QLocale locale = QLocale(), QTimeZone zone = QTimeZone::systemTimeZone());
 
     // Checks for new versions once the first status is in (so a check never delays the
     // figures) and daily after; each new version is announced once. Set before launch().
@@ -69,7 +73,8 @@ private:
     StatusModel *m_model;
     DesktopNotifier *m_notifier = nullptr;
     UpdateController *m_updater = nullptr;
-    const Clock *m_clock = &SystemClock::instance();
+    QLocale m_locale;
+    QTimeZone m_zone = QTimeZone::systemTimeZone();
     AlertRules m_alerts;
     // The supervisor's side: a launch that failed, whether brixd runs, its recent exits.
     QString m_launchFailure;

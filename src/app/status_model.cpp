@@ -268,6 +268,11 @@ void StatusModel::apply(Reply<DaemonStatus> reply) {
         m_lastLoggedFailure = reply.failure;
     }
 
+    // Before anyone hears of the pass, so its forecasts count what was just read. A failed
+    // read leaves the recent readings as they were.
+    if (reply.value)
+        m_paceHistory.record(m_clock->nowMs(), reply.value->providerLimits.value_or(
+                                                   std::vector<ProviderLimitSnapshot>{}));
     // A failed read clears the previous status: screens never show stale figures.
     if (m_status != reply.value) {
         m_status = std::move(reply.value);

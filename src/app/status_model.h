@@ -3,6 +3,7 @@
 #include "account/enroller.h"
 #include "daemon_link/meter_client.h"
 #include "daemon_link/records.h"
+#include "features/limit_forecast.h"
 #include "features/work_timers.h"
 #include "platform/clock.h"
 #include "platform/desktop_session.h"
@@ -54,6 +55,15 @@ public:
     Q_INVOKABLE void refresh();
 
     const std::optional<DaemonStatus> &status() const { return m_status; }
+    // The provider readings of the recent passes, which pace the limit forecasts.
+    const PaceHistory &paceHistory() const { return m_paceHistory; }
+    // Forecasts as of now, in the given locale and zone.
+    ForecastContext forecastContext(QLocale locale = QLocale(),
+                                    QTimeZone zone = QTimeZone::systemTimeZone()) const {
+        return {m_clock->now(), &m_paceHistory, std::move(locale), std::move(zone)};
+    }
+    // What dates the passes' readings; the system clock unless set.
+    void setClock(const Clock *clock) { m_clock = clock ? clock : &SystemClock::instance(); }
     // What keeps the meter from running, worded for the person at the desk ("brixd was not
     // found — …"); empty while nothing is known to be wrong.
     QString daemonCondition() const { return m_daemonCondition; }
@@ -179,6 +189,7 @@ private:
     std::weak_ptr<DaemonRestarter> m_supervisor;
 
     std::optional<DaemonStatus> m_status;
+    PaceHistory m_paceHistory;
     QString m_daemonCondition;
     bool m_daemonHealthy = false;
     bool m_syncing = false;

@@ -99,14 +99,14 @@ QString openTimersList(const std::vector<const WorkSession *> &open) {
 
 // The summary's lines, also the waybar tooltip's: plain lines, never columns aligned with
 // blanks, as waybar's font is proportional. The figures and captions are the popover's.
-QStringList summaryLines(const DaemonStatus &s) {
+QStringList summaryLines(const DaemonStatus &s, const ForecastContext &forecast) {
     QStringList lines;
     lines << (s.period.isEmpty() ? QStringLiteral("Today") : QStringLiteral("Today · ") + s.period);
     for (const TodayFigure &figure : todayFigures(s))
         lines << todayFigureText(figure);
     lines << QStringLiteral("Output by source: ") + sourceSharesText(todaySourceShares(s));
     if (s.providerLimits && !s.providerLimits->empty()) {
-        const LimitHeadline h = limitHeadline(*s.providerLimits);
+        const LimitHeadline h = limitHeadline(*s.providerLimits, forecast);
         lines << (h.remaining.isEmpty() ? h.text : h.text + QStringLiteral(" · ") + h.remaining);
         if (!h.detail.isEmpty())
             lines << h.detail;
@@ -133,6 +133,11 @@ QString markupEscaped(const QString &text) {
     return escaped;
 }
 
+// A single read has no earlier readings: forecasts go by the window's average pace.
+ForecastContext oneOffForecast() {
+    return {SystemClock::instance().now(), nullptr, QLocale(), QTimeZone::systemTimeZone()};
+}
+
 // One read of /status, blocking in a local event loop.
 Reply<DaemonStatus> readStatusOnce(const MeterClient &client) {
     QEventLoop loop;
@@ -153,7 +158,7 @@ int watch(MeterClient &client, const Environment &env) {
     bool first = true;
     // Printed only when the published status or health changed since the last line.
     const auto print = [&] {
-        const QString line = watchLine(model.status(), client.base());
+        const QString line = watchLine(model.status(), client.base(), model.forecastContext());
         if (!first && line == lastLine)
             return;
         first = false;
@@ -198,7 +203,8 @@ int status(const QStringList &args, const QString &base, const Environment &env)
     if (mode == Mode::Waybar) {
         // Waybar hides a module whose command fails, so a dead daemon still gets an object and
         // exit status 0; why it is down is in the tooltip, not on waybar's log every interval.
-        out() << QJsonDocument(waybarObject(reply.value, client.base(), reply.failure))
+        out() << QJsonDocument(
+                     waybarObject(reply.value, client.base(), oneOffForecast(), reply.failure))
                      .toJson(QJsonDocument::Compact)
               << Qt::endl;
         return 0;
@@ -210,19 +216,19 @@ int status(const QStringList &args, const QString &base, const Environment &env)
     if (mode == Mode::Json)
         out() << QJsonDocument(json::encode(*reply.value)).toJson(QJsonDocument::Indented);
     else if (mode == Mode::Summary)
-        out() << summary(*reply.value);
+        out() << summary(*reply.value, oneOffForecast());
     out().flush();
     return 0;
 }
 
 } // namespace
 
-QString summary(const DaemonStatus &s) {
-    return summaryLines(s).join(u'\n') + u'\n';
+QString summary(const DaemonStatus &s, const ForecastContext &forecast) {
+    return summaryLines(s, forecast).join(u'\n') + u'\n';
 }
 
 QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QString &base,
-                         ReplyFailure failure) {
+                         const ForecastContext &forecast, ReplyFailure failure) {
     const QString down = QStringLiteral("down");
     if (!status) {
         return QJsonObject{{QStringLiteral("text"), QStringLiteral("brixd down")},
@@ -253,19 +259,20 @@ QJsonObject waybarObject(const std::optional<DaemonStatus> &status, const QStrin
     return QJsonObject{
         {QStringLiteral("text"), markupEscaped(text)},
         {QStringLiteral("alt"), cls},
-        {QStringLiteral("tooltip"), markupEscaped(summaryLines(*status).join(u'\n'))},
+        {QStringLiteral("tooltip"), markupEscaped(summaryLines(*status, forecast).join(u'\n'))},
         {QStringLiteral("class"), cls},
         {QStringLiteral("percentage"), std::clamp<qint64>(pct, 0, 100)}};
 }
 
-QString watchLine(const std::optional<DaemonStatus> &status, const QString &base) {
+QString watchLine(const std::optional<DaemonStatus> &status, const QString &base,
+                  const ForecastContext &forecast) {
     if (!status)
         return QStringLiteral("daemon not running — no status from ") + base;
     QStringList parts;
     for (const TodayFigure &figure : todayFigures(*status))
         parts << todayFigureText(figure);
     if (status->providerLimits && !status->providerLimits->empty()) {
-        const LimitHeadline h = limitHeadline(*status->providerLimits);
+        const LimitHeadline h = limitHeadline(*status->providerLimits, forecast);
         parts << (h.remaining.isEmpty() ? h.text
                                         : h.remaining + QStringLiteral(" (") + h.detail + u')');
     }

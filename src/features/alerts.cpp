@@ -44,7 +44,7 @@ AlertRules::providerLimits(const std::optional<DaemonStatus> &status, const QDat
     if (!status || !status->providerLimits)
         return out;
     for (const ProviderLimitSnapshot &s : *status->providerLimits) {
-        if (s.source == QLatin1String("codex") && s.window == QLatin1String("session"))
+        if (isCodexFiveHourWindow(s))
             continue;
         if (s.stale.value_or(false))
             continue;
@@ -74,14 +74,37 @@ AlertRules::providerLimits(const std::optional<DaemonStatus> &status, const QDat
     return out;
 }
 
+std::vector<DesktopNotification> AlertRules::forecasts(const std::optional<DaemonStatus> &status,
+                                                       const ForecastContext &context) {
+    std::vector<DesktopNotification> out;
+    if (!status || !status->providerLimits)
+        return out;
+    for (const ProviderLimitSnapshot &s : *status->providerLimits) {
+        if (isCodexFiveHourWindow(s))
+            continue;
+        const auto notice = runOutNotice(s, context);
+        if (!notice)
+            continue;
+        const QString key = limitIdentityKey(s);
+        if (m_notifiedRunOutKeys.contains(key))
+            continue;
+        m_notifiedRunOutKeys.insert(key);
+        out.push_back({QStringLiteral("quon-brix-forecast-") + key, notice->title, notice->body});
+    }
+    return out;
+}
+
 std::vector<DesktopNotification> AlertRules::afterPass(const std::optional<DaemonStatus> &status,
-                                                       const QDateTime &now) {
+                                                       const ForecastContext &context) {
     std::vector<DesktopNotification> out;
     if (auto g = goal(status))
         out.push_back(std::move(*g));
-    auto limits = providerLimits(status, now);
+    auto limits = providerLimits(status, context.now);
     out.insert(out.end(), std::make_move_iterator(limits.begin()),
                std::make_move_iterator(limits.end()));
+    auto runOuts = forecasts(status, context);
+    out.insert(out.end(), std::make_move_iterator(runOuts.begin()),
+               std::make_move_iterator(runOuts.end()));
     return out;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "daemon_link/records.h"
+#include "features/limit_forecast.h"
 
 #include <QDateTime>
 #include <QSet>
@@ -21,9 +22,10 @@ struct DesktopNotification {
     bool operator==(const DesktopNotification &) const = default;
 };
 
-// The two warnings the app raises from each status it loads, each announced once: the goal
-// pace warning / goal exceeded notice per usage window, and "provider rate limit nearly used"
-// per provider window instance. Remembers what it announced for as long as the app runs.
+// The warnings the app raises from each status it loads, each announced once: the goal pace
+// warning / goal exceeded notice per usage window, and per provider window instance "provider
+// rate limit nearly used" and "runs out in ~N min". Remembers what it announced for as long as
+// the app runs.
 class AlertRules {
 public:
     // The goal notice, if this status calls for one not yet posted. No status or no alert
@@ -34,13 +36,20 @@ public:
     std::vector<DesktopNotification> providerLimits(const std::optional<DaemonStatus> &status,
                                                     const QDateTime &now);
 
-    // Both rules in their order, for the end of a status pass.
+    // One notice per window instance whose run-out at the current pace is less than 30
+    // minutes away and before its reset; a pace that slows and picks up again stays silent.
+    // Never for the Codex 5-hour window.
+    std::vector<DesktopNotification> forecasts(const std::optional<DaemonStatus> &status,
+                                               const ForecastContext &context);
+
+    // The rules in this order, for the end of a status pass.
     std::vector<DesktopNotification> afterPass(const std::optional<DaemonStatus> &status,
-                                               const QDateTime &now);
+                                               const ForecastContext &context);
 
 private:
     std::optional<QString> m_lastAlertKey;
     QSet<QString> m_notifiedLimitKeys;
+    QSet<QString> m_notifiedRunOutKeys;
 };
 
 } // namespace quonbrix

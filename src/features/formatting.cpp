@@ -130,6 +130,15 @@ QString localResetCreditExpiry(double epochMs, const QLocale &locale, const QTim
     return stamp + u' ' + name;
 }
 
+QString localClockTime(double epochMs, const QLocale &locale, const QTimeZone &zone) {
+    // Thousands of years either way; beyond that the cast to an integer would be undefined.
+    constexpr double limitMs = 1e17;
+    if (!(epochMs > -limitMs && epochMs < limitMs))
+        return {};
+    const QDateTime at = QDateTime::fromMSecsSinceEpoch(qint64(epochMs), zone);
+    return at.isValid() ? locale.toString(at, hourMinuteFormat(locale)) : QString();
+}
+
 QString codexResetCreditsHelp(const CodexResetCreditsStatus &credits, const QDateTime &now) {
     const qint64 n = resetTicketCount(credits);
     QString text = QString::number(n) + QStringLiteral(" Codex ") +

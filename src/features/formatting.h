@@ -31,6 +31,10 @@ QString relativeTime(double epochMs, const QDateTime &now);
 // order and clock, a blank, and the zone's abbreviation (its identifier when it has none).
 QString localResetCreditExpiry(double epochMs, const QLocale &locale, const QTimeZone &zone);
 
+// The hour and minute of the instant in `zone`, on the locale's clock: "15:40" or "3:40 PM".
+// Empty when the instant is beyond what a date can hold.
+QString localClockTime(double epochMs, const QLocale &locale, const QTimeZone &zone);
+
 // The reset-credit badge's help: "3 Codex reset tickets available · earliest expires in 2
 // days", or without an expiry just the count part.
 QString codexResetCreditsHelp(const CodexResetCreditsStatus &credits, const QDateTime &now);

@@ -34,6 +34,10 @@ std::optional<qint64> roundToInt64(double x) {
     return qint64(r);
 }
 
+bool isCodexFiveHourWindow(const ProviderLimitSnapshot &snapshot) {
+    return snapshot.source == QLatin1String("codex") && snapshot.window == QLatin1String("session");
+}
+
 int windowRank(const QString &window) {
     if (window == QLatin1String("session"))
         return 0;
@@ -100,16 +104,21 @@ QString usedPercentText(double usedPercent) {
     return rounded ? QString::number(*rounded) + u'%' : QStringLiteral("—");
 }
 
-LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all) {
+const ProviderLimitSnapshot *headlineReading(const std::vector<ProviderLimitSnapshot> &all) {
     const ProviderLimitSnapshot *top = nullptr;
     for (const auto &s : all) {
-        if (s.source == QLatin1String("codex") && s.window == QLatin1String("session"))
+        if (isCodexFiveHourWindow(s))
             continue;
         if (std::isnan(s.usedPercent))
             continue;
         if (!top || s.usedPercent > top->usedPercent)
             top = &s;
     }
+    return top;
+}
+
+LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all) {
+    const ProviderLimitSnapshot *top = headlineReading(all);
     if (!top)
         return {QStringLiteral("Provider reading is stale"), std::nullopt, {}, {}};
 

@@ -16,6 +16,9 @@ const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimit
 // result does not fit in 64 bits. Daemon figures go through this before any integer cast.
 std::optional<qint64> roundToInt64(double x);
 
+// The Codex 5-hour window: listed, but it never decides the headline or raises an alert.
+bool isCodexFiveHourWindow(const ProviderLimitSnapshot &snapshot);
+
 // Order of a provider's windows on screen: the 5-hour window, the weekly one, per-model weekly
 // ones, then anything else.
 int windowRank(const QString &window);
@@ -54,9 +57,11 @@ struct LimitHeadline {
     QString remaining; // "4% left"; empty when no reading could decide
     QString detail;    // "Claude Code · 5h window · provider reported"; empty likewise
 };
-// The Codex 5-hour window never decides it; stale readings do (the tray icon ignores them
-// instead). "N% left" is 100 less the percentage the deciding row shows, so the two always add
-// up to 100.
+// The reading that decides the headline: the highest, the first on a tie. The Codex 5-hour
+// window never decides it; stale readings do (the tray icon ignores them instead). Null when
+// no reading can decide.
+const ProviderLimitSnapshot *headlineReading(const std::vector<ProviderLimitSnapshot> &all);
+// "N% left" is 100 less the percentage the deciding row shows, so the two always add up to 100.
 LimitHeadline limitHeadline(const std::vector<ProviderLimitSnapshot> &all);
 // What stands in for the headline when the daemon has no reading at all.
 QString providerHeadroomUnavailableText();

@@ -162,6 +162,8 @@ struct LimitRow {
     QString resets;
     bool stale = false;
     QString help;
+    QString runOut; // "runs out ~15:40 at this pace", under `resets`
+    QString runOutColor;
 
     QString key() const { return windowName; }
     bool operator==(const LimitRow &) const = default;
@@ -173,6 +175,8 @@ struct LimitRow {
         v("resets", s.resets);
         v("stale", s.stale);
         v("help", s.help);
+        v("runOut", s.runOut);
+        v("runOutColor", s.runOutColor);
     }
 };
 

@@ -79,6 +79,7 @@ std::vector<view::LimitGroup> limitGroups(const DaemonStatus &status, const Pane
     std::vector<view::LimitGroup> out;
     if (!status.providerLimits)
         return out;
+    const ForecastContext forecast = context.forecast();
     for (const ProviderLimitGroup &group : groupProviderLimits(*status.providerLimits)) {
         view::LimitGroup g;
         g.source = group.source;
@@ -99,6 +100,8 @@ std::vector<view::LimitGroup> limitGroups(const DaemonStatus &status, const Pane
             row.percent = usedPercentText(s->usedPercent);
             if (s->resetsAtMs)
                 row.resets = QStringLiteral("resets ") + relativeTime(*s->resetsAtMs, context.now);
+            row.runOut = runOutRowText(*s, forecast);
+            row.runOutColor = toneColor(Tone::Orange);
             row.stale = s->stale.value_or(false);
             row.help = row.stale ? staleHelp : barHelp;
             g.rows.push_back(std::move(row));
@@ -124,7 +127,7 @@ view::Limits limitsPanel(const std::optional<DaemonStatus> &status, const PanelC
     limits.hasReadings = status->providerLimits && !status->providerLimits->empty();
     if (!limits.hasReadings)
         return limits;
-    const LimitHeadline h = limitHeadline(*status->providerLimits);
+    const LimitHeadline h = limitHeadline(*status->providerLimits, context.forecast());
     limits.headline = {h.text, toneColor(headlineTone(h.severity)),
                        view::symbolUrl(headlineSymbol(h.severity)), h.remaining, h.detail};
     limits.groups = limitGroups(*status, context);

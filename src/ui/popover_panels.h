@@ -3,6 +3,7 @@
 // What the popover's status panels say, worked out from one status record.
 
 #include "daemon_link/records.h"
+#include "features/limit_forecast.h"
 #include "features/provider_limits.h"
 #include "popover_link/popover_records.h"
 
@@ -23,6 +24,10 @@ struct PanelContext {
     QDateTime now;
     QLocale locale;
     QTimeZone zone;
+    // The recent readings that pace the run-out forecasts; none: window averages only.
+    const PaceHistory *history = nullptr;
+
+    ForecastContext forecast() const { return {now, history, locale, zone}; }
 };
 
 // The headline's colour and symbol for the deciding reading's grade (none: no reading decided).

@@ -65,11 +65,13 @@ PopoverPresenter::PopoverPresenter(StatusModel *status, QString trayHint, WebLin
           &StatusModel::localConsoleMessageChanged, &StatusModel::enrollProgressChanged,
           &StatusModel::signOutMessageChanged, &StatusModel::daemonConditionChanged})
         connect(m_status, signal, this, &PopoverPresenter::scheduleUpdate);
+    // A forecast moves with the readings seen, even while the status itself stays the same.
+    connect(m_status, &StatusModel::passFinished, this, &PopoverPresenter::scheduleUpdate);
 }
 
 view::PopoverState PopoverPresenter::state() const {
     const QDateTime now = m_clock->now();
-    const PanelContext context{now, m_locale, m_zone};
+    const PanelContext context{now, m_locale, m_zone, &m_status->paceHistory()};
     const auto &status = m_status->status();
     view::PopoverState state;
     state.header = header(*m_status, m_trayHint);

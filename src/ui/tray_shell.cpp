@@ -6,6 +6,7 @@
 #include "ui/popover_host.h"
 #include "ui/popover_presenter.h"
 
+#include "features/limit_forecast.h"
 #include "features/provider_limits.h"
 #include "features/today_figures.h"
 #include "features/work_timers.h"
@@ -40,6 +41,9 @@ QString trayToolTip(const StatusModel &model) {
         lines << (headline.remaining.isEmpty()
                       ? headline.text
                       : headline.text + QStringLiteral(" · ") + headline.remaining);
+        const QString runOut = earliestRunOutLine(*status->providerLimits, model.forecastContext());
+        if (!runOut.isEmpty())
+            lines << runOut;
     } else {
         lines << providerHeadroomUnavailableText();
     }
@@ -88,6 +92,8 @@ TrayShell::TrayShell(AppCore &core, Options options, QObject *parent)
             m_presenter->stopShowing();
     });
     connect(&core.model(), &StatusModel::statusChanged, this, &TrayShell::updateIcon);
+    // The run-out in the tooltip moves with the readings seen, not only with the status.
+    connect(&core.model(), &StatusModel::passFinished, this, &TrayShell::updateIcon);
     connect(&core.model(), &StatusModel::daemonConditionChanged, this, &TrayShell::updateIcon);
 
     // A panel or bar started after the app (the usual order at login, or waybar restarted)

@@ -20,8 +20,8 @@ class AppCore;
 class StatusModel;
 
 // The tray icon's tooltip: what a glance needs without opening the popover. The headline with
-// its headroom, today's output tokens, the open timers, and why the meter is not running when
-// it is not.
+// its headroom, the earliest run-out at the current pace, today's output tokens, the open
+// timers, and why the meter is not running when it is not.
 QString trayToolTip(const StatusModel &model);
 class PopoverHost;
 class PopoverPresenter;

@@ -103,6 +103,23 @@ std::optional<Scenario> parseScenario(const QByteArray &bytes, const QString &na
         }
         s.pendingSyncRows = qint64(rows.toDouble());
     }
+    const QJsonValue limitGrowth = root.value(u"limitGrowthPercentPerHour");
+    const QJsonObject rates = limitGrowth.toObject();
+    for (auto it = rates.constBegin(); it != rates.constEnd(); ++it) {
+        const double rate = it.value().toDouble(-1);
+        if (rate < 0 || rate > 1000 || !it.key().contains(u'/')) {
+            fail(error, QStringLiteral("scenario %1: limitGrowthPercentPerHour must map "
+                                       "\"source/window\" to a number from 0 to 1000")
+                            .arg(name));
+            return std::nullopt;
+        }
+        s.limitGrowthPercentPerHour.insert(it.key(), rate);
+    }
+    if (!limitGrowth.isUndefined() && !limitGrowth.isObject()) {
+        fail(error,
+             QStringLiteral("scenario %1: limitGrowthPercentPerHour must be an object").arg(name));
+        return std::nullopt;
+    }
     return s;
 }
 

@@ -4,6 +4,7 @@
 // time placeholders, see relative_time.h) and two knobs for how it behaves over time. The
 // built-in ones are compiled in from scenarios/; any other file can be named by its path.
 
+#include <QHash>
 #include <QJsonObject>
 #include <QList>
 #include <QString>
@@ -21,6 +22,10 @@ struct Scenario {
     double growthPercentPerHour = 0;
     // Usage rows the first sync finds; later syncs find none.
     qint64 pendingSyncRows = 5;
+    // Percentage points per hour that a provider window's usedPercent climbs, by
+    // "source/window" ("claude-code/session"), so the app's run-out forecast has a pace to
+    // follow. Counted from the window's last rollover, never past 100.
+    QHash<QString, double> limitGrowthPercentPerHour;
 };
 
 struct ScenarioSummary {

@@ -89,12 +89,26 @@ void SimState::grow(DaemonStatus &s) const {
     }
 }
 
+void SimState::growLimits(DaemonStatus &s) const {
+    if (!s.providerLimits || m_scenario.limitGrowthPercentPerHour.isEmpty())
+        return;
+    // From the last rollover: a window that rolled over starts again from the scenario's value.
+    const double hours = std::max(0.0, double(m_anchor.msecsTo(m_clock.now())) / double(hourMs));
+    for (ProviderLimitSnapshot &reading : *s.providerLimits) {
+        const double rate =
+            m_scenario.limitGrowthPercentPerHour.value(reading.source + u'/' + reading.window);
+        if (rate > 0 && !reading.stale.value_or(false))
+            reading.usedPercent = std::min(100.0, reading.usedPercent + rate * hours);
+    }
+}
+
 DaemonStatus SimState::status() {
     const QDateTime now = m_clock.now();
     if (now >= m_anchorExpires)
         reanchor(now, nullptr); // the same file resolved once already, so this holds
     DaemonStatus s = m_base;
     grow(s);
+    growLimits(s);
     s.enrolled = m_enrolled;
     s.orgId = m_enrolled ? m_orgId : std::nullopt;
     if (m_lastPushAt)

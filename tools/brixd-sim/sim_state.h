@@ -35,6 +35,7 @@ private:
     SimState(Scenario scenario, const Clock &clock, const QString &timeZone);
     bool reanchor(const QDateTime &now, QString *error);
     void grow(DaemonStatus &s) const;
+    void growLimits(DaemonStatus &s) const;
 
     Scenario m_scenario;
     const Clock &m_clock;

@@ -37,7 +37,7 @@ SectionPanel {
         text: panel.view.limits.headline.detail
         font.pixelSize: 11
         color: palette.placeholderText
-        elide: Text.ElideRight
+        wrapMode: Text.WordWrap
     }
 
     Repeater {
@@ -68,55 +68,69 @@ SectionPanel {
             }
             Repeater {
                 model: group.rows
-                delegate: RowLayout {
+                delegate: ColumnLayout {
                     id: row
                     required property string windowName
                     required property string symbol
                     required property real fraction
                     required property string percent
                     required property string resets
+                    required property string runOut
+                    required property string runOutColor
                     required property bool stale
                     required property string help
                     Layout.fillWidth: true
+                    spacing: 0
                     opacity: stale ? 0.45 : 1.0
-                    HelpTip { help: row.help }
                     RowLayout {
-                        Layout.preferredWidth: 148
-                        Layout.maximumWidth: 148
-                        spacing: 4
-                        SymbolIcon { source: row.symbol; size: 12 }
-                        PlainText {
-                            Layout.fillWidth: true
-                            text: row.windowName
-                            font.pixelSize: 11
-                            elide: Text.ElideRight
-                            color: palette.windowText
-                        }
-                    }
-                    BurnRateBar {
                         Layout.fillWidth: true
-                        fraction: row.fraction
-                        tint: group.color
-                        name: row.windowName + " " + row.percent
-                        help: row.help
+                        HelpTip { help: row.help }
+                        RowLayout {
+                            Layout.preferredWidth: 148
+                            Layout.maximumWidth: 148
+                            spacing: 4
+                            SymbolIcon { source: row.symbol; size: 12 }
+                            PlainText {
+                                Layout.fillWidth: true
+                                text: row.windowName
+                                font.pixelSize: 11
+                                elide: Text.ElideRight
+                                color: palette.windowText
+                            }
+                        }
+                        BurnRateBar {
+                            Layout.fillWidth: true
+                            fraction: row.fraction
+                            tint: group.color
+                            name: row.windowName + " " + row.percent
+                            help: row.help
+                        }
+                        ColumnLayout {
+                            spacing: 0
+                            Layout.preferredWidth: 84
+                            PlainText {
+                                Layout.alignment: Qt.AlignRight
+                                text: row.percent
+                                font.pixelSize: 11
+                                font.bold: true
+                                color: palette.windowText
+                            }
+                            PlainText {
+                                Layout.alignment: Qt.AlignRight
+                                visible: text.length > 0
+                                text: row.resets
+                                font.pixelSize: 10
+                                color: palette.placeholderText
+                            }
+                        }
                     }
-                    ColumnLayout {
-                        spacing: 0
-                        Layout.preferredWidth: 84
-                        PlainText {
-                            Layout.alignment: Qt.AlignRight
-                            text: row.percent
-                            font.pixelSize: 11
-                            font.bold: true
-                            color: palette.windowText
-                        }
-                        PlainText {
-                            Layout.alignment: Qt.AlignRight
-                            visible: text.length > 0
-                            text: row.resets
-                            font.pixelSize: 10
-                            color: palette.placeholderText
-                        }
+                    // Wider than the figures' column, so it gets the row's width.
+                    PlainText {
+                        Layout.alignment: Qt.AlignRight
+                        visible: text.length > 0
+                        text: row.runOut
+                        font.pixelSize: 10
+                        color: row.runOutColor
                     }
                     Accessible.role: Accessible.Row
                     Accessible.name: windowName + " " + percent
