@@ -93,9 +93,14 @@ void UpdateController::runHelper(const QStringList &args, Phase during) {
                 qCWarning(lcUpdate, "[QuonBrix] update: unreadable line from the update helper");
                 continue;
             }
-            handle(*event, during);
-            if (event->newest || event->installed || event->error)
+            if (event->newest || event->installed || event->error) {
+                // The run's answer is in: the helper may take a moment to exit, but a new
+                // check or an install can start now.
                 *ended = true;
+                if (m_process == process)
+                    m_process = nullptr;
+            }
+            handle(*event, during);
         }
     };
     connect(process, &QProcess::readyReadStandardOutput, this, readLines);
