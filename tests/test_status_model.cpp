@@ -1,6 +1,7 @@
 #include "account/device_flow_enroller.h"
 #include "app/status_model.h"
 #include "daemon_link/records.h"
+#include "supervisor/daemon_supervisor.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
 #include "json/json_codec.h"
@@ -57,19 +58,11 @@ FakeReply statusReply(bool enrolled, qint64 tokens = 16600) {
 
 // A model wired to a fake daemon, with a home directory of its own.
 struct Rig {
-    explicit Rig(std::chrono::milliseconds refresh = 60s,
-                 std::chrono::milliseconds enrollPoll = 1500ms)
-        : client(daemon.base(), timeouts())
-        , model(&client, daemon.environment(home.path()),
-                StatusModel::Intervals{refresh, 60s, enrollPoll}) {
+    explicit Rig(StatusModel::Intervals intervals = {60s, 60s})
+        : client(daemon.base(), test::quickTimeouts())
+        , model(&client, daemon.environment(home.path()), intervals) {
         QObject::connect(&model, &StatusModel::passFinished, &model,
                          [this](const std::optional<DaemonStatus> &) { ++passes; });
-    }
-
-    static MeterClientTimeouts timeouts() {
-        MeterClientTimeouts t;
-        t.request = 3000ms;
-        return t;
     }
 
     bool waitForPasses(int n, int timeoutMs = 5000) {
@@ -136,9 +129,9 @@ class StatusModelTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void productionTimings_data();
+    void productionTimings();
     void nothingBeforeTheFirstRead();
-    void passPublishesStatus_data();
-    void passPublishesStatus();
     void daemonThatStopsAnsweringClearsStatus_data();
     void daemonThatStopsAnsweringClearsStatus();
     void passFinishedComesLast_data();
@@ -158,6 +151,36 @@ private Q_SLOTS:
     void terminalSignInCommand_data();
     void terminalSignInCommand();
 };
+
+// What the app runs with. Every other test sets its own figures to stay quick, so only this
+// one notices a refresh of a minute, a heartbeat the daemon counts as gone, or a sign-in watch
+// that stops before the daemon has taken the sign-in.
+void StatusModelTest::productionTimings_data() {
+    QTest::addColumn<qint64>("actual");
+    QTest::addColumn<qint64>("expected");
+    const StatusModel::Intervals model;
+    const MeterClientTimeouts client;
+    const DaemonSupervisorOptions supervisor = DaemonSupervisorOptions::forThisProcess();
+    const auto row = [](const char *name, qint64 actual, qint64 expected) {
+        QTest::newRow(name) << actual << expected;
+    };
+    row("status refresh, ms", model.refresh.count(), 5'000);
+    row("attention heartbeat, ms", model.heartbeat.count(), 15'000);
+    row("sign-in watch, ms between reads", model.enrollPoll.count(), 1'500);
+    row("sign-in watch, reads", model.enrollPollReads, 31);
+    row("request time-out, ms", client.request.count(), 60'000);
+    row("sync time-out, ms", client.sync.count(), 180'000);
+    row("console handoff, attempts", client.handoffAttempts, 6);
+    row("console handoff, ms between attempts", client.handoffRetryDelay.count(), 300);
+    row("daemon relaunch, ms", supervisor.relaunchDelay.count(), 1'000);
+    row("daemon stop grace, ms", supervisor.stopGrace.count(), 5'000);
+}
+
+void StatusModelTest::productionTimings() {
+    QFETCH(qint64, actual);
+    QFETCH(qint64, expected);
+    QCOMPARE(actual, expected);
+}
 
 void StatusModelTest::nothingBeforeTheFirstRead() {
     Rig rig;
@@ -184,46 +207,13 @@ void StatusModelTest::nothingBeforeTheFirstRead() {
     QVERIFY(rig.model.daemonHealthy());
 }
 
-void StatusModelTest::passPublishesStatus_data() {
-    QTest::addColumn<QString>("fixture");
-    QTest::newRow("minimal") << QStringLiteral("status-minimal.json");
-    QTest::newRow("full") << QStringLiteral("status-full.json");
-}
-
-void StatusModelTest::passPublishesStatus() {
-    QFETCH(QString, fixture);
-    const QByteArray body = test::fixture(fixture);
-    const auto expected = json::decode<DaemonStatus>(body);
-    QVERIFY(expected.has_value());
-
-    Rig rig;
-    rig.daemon.setReply(QStringLiteral("/status"), FakeReply::json(body));
-    int statusChanges = 0;
-    int healthChanges = 0;
-    std::optional<DaemonStatus> published;
-    connect(&rig.model, &StatusModel::statusChanged, this, [&] { ++statusChanges; });
-    connect(&rig.model, &StatusModel::daemonHealthyChanged, this, [&] { ++healthChanges; });
-    connect(&rig.model, &StatusModel::passFinished, this,
-            [&](const std::optional<DaemonStatus> &status) { published = status; });
-
-    rig.model.start();
-    QVERIFY(rig.waitForPasses(1));
-
-    QCOMPARE(rig.model.status(), expected);
-    QCOMPARE(published, expected);
-    QVERIFY(rig.model.daemonHealthy());
-    QCOMPARE(statusChanges, 1);
-    QCOMPARE(healthChanges, 1);
-}
-
 void StatusModelTest::daemonThatStopsAnsweringClearsStatus_data() {
     QTest::addColumn<FakeReply>("failure");
     QTest::addColumn<bool>("refuse");
 
+    // How each failure is read is the client's (test_meter_client); here: an answer that is
+    // no status, a connection that ends without one, and nobody there at all.
     QTest::newRow("500 with JSON error body") << FakeReply::error(500) << false;
-    QTest::newRow("garbage body") << FakeReply::garbage() << false;
-    QTest::newRow("status missing a required key")
-        << FakeReply::json(QByteArray(R"({"enrolled":true})")) << false;
     QTest::newRow("connection dropped") << FakeReply::drop() << false;
     QTest::newRow("port closed") << FakeReply() << true;
 }
@@ -233,7 +223,7 @@ void StatusModelTest::daemonThatStopsAnsweringClearsStatus() {
     QFETCH(bool, refuse);
 
     const auto tick = 200ms;
-    Rig rig(tick);
+    Rig rig({tick, 60s});
     rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
     rig.model.start();
     QVERIFY(rig.waitForPasses(1));
@@ -253,7 +243,7 @@ void StatusModelTest::daemonThatStopsAnsweringClearsStatus() {
     const qint64 clearedAfter = sinceDown.elapsed();
     QCOMPARE(rig.passes, passesBefore + 1);
     QVERIFY(!rig.model.daemonHealthy());
-    QVERIFY2(clearedAfter < 2 * tick.count(), qPrintable(QString::number(clearedAfter)));
+    QVERIFY2(clearedAfter < 5 * tick.count(), qPrintable(QString::number(clearedAfter)));
 
     // Still polled while down, and never shown healthy.
     QVERIFY(rig.waitForPasses(rig.passes + 1, 3000));
@@ -310,6 +300,8 @@ void StatusModelTest::passFinishedComesLast() {
     for (const FakeReply &reply : replies) {
         rig.daemon.setReply(QStringLiteral("/status"), reply);
         QVERIFY(rig.pass());
+        // What is published is the status as read, every value kept.
+        QCOMPARE(rig.model.status(), json::decode<DaemonStatus>(reply.body));
     }
     QCOMPARE(seen, events);
 }
@@ -534,7 +526,7 @@ void StatusModelTest::signIn() {
 }
 
 void StatusModelTest::watchAfterSignInGivesUp() {
-    Rig rig(60s, 1ms);
+    Rig rig({60s, 60s, 1ms, 5});
     const auto restarter = std::make_shared<CountingRestarter>();
     rig.enableSignIn(restarter);
     rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
@@ -547,10 +539,10 @@ void StatusModelTest::watchAfterSignInGivesUp() {
                         FakeReply::json(QByteArray("{}")));
     rig.model.startEnroll();
     QTRY_VERIFY(rig.model.enrollProgress() && rig.model.enrollProgress()->enrolled);
-    // A daemon that never reports the sign-in is read 31 times, then left to the refresh.
+    // A daemon that never reports the sign-in is read so many times, then left to the refresh.
     QTRY_VERIFY_WITH_TIMEOUT(!rig.model.isWatchingEnrollment(), 10000);
     QTest::qWait(100);
-    QCOMPARE(rig.daemon.requests(QStringLiteral("/status")).size(), 31);
+    QCOMPARE(rig.daemon.requests(QStringLiteral("/status")).size(), 5);
 }
 
 void StatusModelTest::signOut_data() {
