@@ -115,7 +115,7 @@ void AttentionTest::modelSendsAtOnceThenOnItsInterval() {
     MeterClient client(daemon.base());
     StatusModel model(
         &client, daemon.environment(home.path()),
-        StatusModel::Intervals{std::chrono::milliseconds(5000), std::chrono::milliseconds(300)});
+        StatusModel::Intervals{std::chrono::milliseconds(5000), std::chrono::milliseconds(600)});
     FixedIdle idle;
     idle.seconds = 42.5;
     FixedForeground foreground;
@@ -126,11 +126,11 @@ void AttentionTest::modelSendsAtOnceThenOnItsInterval() {
     t.start();
     model.start();
     QVERIFY(daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 1, 2000));
-    QVERIFY2(t.elapsed() < 250, "the first heartbeat goes out at start, not after an interval");
-    QVERIFY(daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 3, 3000));
+    QVERIFY2(t.elapsed() < 450, "the first heartbeat goes out at start, not after an interval");
+    QVERIFY(daemon.waitForRequests(QStringLiteral("/attention/heartbeat"), 3, 5000));
     const auto beats = daemon.requests(QStringLiteral("/attention/heartbeat"));
     const qint64 gap = beats.at(2).arrivedMs - beats.at(1).arrivedMs;
-    QVERIFY2(gap >= 250 && gap < 800, qPrintable(QString::number(gap)));
+    QVERIFY2(gap >= 550 && gap < 1100, qPrintable(QString::number(gap)));
 
     const auto &last = beats.last();
     QCOMPARE(last.method, QByteArray("POST"));
@@ -147,7 +147,7 @@ void AttentionTest::modelSendsAtOnceThenOnItsInterval() {
     // The desktop stops answering idle time: heartbeats stop rather than guess.
     idle.seconds.reset();
     daemon.clearRequests();
-    QTest::qWait(700);
+    QTest::qWait(1400);
     QVERIFY(daemon.requests(QStringLiteral("/attention/heartbeat")).isEmpty());
 }
 

@@ -194,7 +194,7 @@ void DbusIdleTest::slowCompositorSendsNoHeartbeat() {
     QTimer::singleShot(100, this, [&] { timerFiredAt = clock.elapsed(); });
     model.sendAttentionHeartbeat();
     QTest::qWait(2300);
-    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 150, qPrintable(QString::number(timerFiredAt)));
+    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 1000, qPrintable(QString::number(timerFiredAt)));
     QVERIFY(daemon.requests(QStringLiteral("/attention/heartbeat")).isEmpty());
 }
 

@@ -167,10 +167,9 @@ void ShellTest::trayBadgeFollowsLimits_data() {
     QTest::addColumn<double>("usedPercent");
     QTest::addColumn<bool>("stale");
     QTest::addColumn<int>("badge");
+    // Which reading gives which badge is test_tray_icon's table; here the shell follows it.
     QTest::newRow("79.9") << 79.9 << false << int(IconBadge::None);
     QTest::newRow("80") << 80.0 << false << int(IconBadge::Warning);
-    QTest::newRow("95") << 95.0 << false << int(IconBadge::Critical);
-    QTest::newRow("97 but stale") << 97.0 << true << int(IconBadge::None);
 }
 
 void ShellTest::trayBadgeFollowsLimits() {

@@ -287,10 +287,10 @@ void WlrootsSessionTest::idleOnSway() {
     // idle time counts from that input and keeps growing.
     QTRY_VERIFY_WITH_TIMEOUT(idleNow(idle).value_or(0) > 0, 3000);
     const double first = *idleNow(idle);
-    QVERIFY2(first >= 1.0 && first < 1.5, qPrintable(QString::number(first)));
+    QVERIFY2(first >= 1.0 && first < 2.5, qPrintable(QString::number(first)));
     QTest::qWait(600);
     const double later = *idleNow(idle);
-    QVERIFY2(later >= first + 0.5 && later < 4.0, qPrintable(QString::number(later)));
+    QVERIFY2(later >= first + 0.5 && later < 6.0, qPrintable(QString::number(later)));
 
     // The pointer moves: back to 0 at once.
     QVERIFY(swaymsg({QStringLiteral("seat"), QStringLiteral("-"), QStringLiteral("cursor"),
@@ -362,7 +362,7 @@ void WlrootsSessionTest::idleProtocols() {
     // "idled" comes a second after the last input, so the idle time starts there.
     QTRY_VERIFY_WITH_TIMEOUT(idleNow(*idle).value_or(0) > 0, 2000);
     const double first = *idleNow(*idle);
-    QVERIFY2(first >= 1.0 && first < 1.5, qPrintable(QString::number(first)));
+    QVERIFY2(first >= 1.0 && first < 2.5, qPrintable(QString::number(first)));
     compositor.say(StandInCompositor::Say::Resumed);
     QTRY_COMPARE_WITH_TIMEOUT(idleNow(*idle), std::optional<double>(0.0), 2000);
 
@@ -447,7 +447,7 @@ void WlrootsSessionTest::misbehavingPeers() {
         QVERIFY(fd >= 0);
         clock.start();
         QVERIFY(!WaylandIdleTime::open(socket));
-        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
         ::close(fd);
         return;
     }
@@ -481,7 +481,7 @@ void WlrootsSessionTest::misbehavingPeers() {
         QTest::qWait(50);
         QVERIFY(!focus->foregroundApp());
     }
-    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 500, qPrintable(QString::number(timerFiredAt)));
+    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 1000, qPrintable(QString::number(timerFiredAt)));
     QCOMPARE(log.lines(attentionLog).size(), logLines);
 }
 
