@@ -15,22 +15,16 @@
 #include <QDBusObjectPath>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QTcpServer>
 #include <QTest>
 #include <QTimer>
 
 using namespace quonbrix;
+using quonbrix::test::freePort;
 using quonbrix::test::SimProcess;
 
 namespace {
 
 const QString quonbrixBin = QStringLiteral(QUONBRIX_BIN_DIR "/quonbrix");
-
-quint16 freePort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
 
 // Answers OpenURI by `mode`: "refuse"; "open" (Response 0); "fail-first" (Response 2 before the
 // answer); "fail-own-path" (an older portal's own path, Response 2 later); "silent" (none).

@@ -4,6 +4,7 @@
 #include "app/status_model.h"
 #include "platform/desktop_session.h"
 #include "support/fake_daemon.h"
+#include "support/sim_process.h"
 #include "support/xsession.h"
 
 #include <QElapsedTimer>
@@ -105,12 +106,10 @@ void DesktopX11Test::initTestCase() {
     m_display = *display;
     qputenv("DISPLAY", m_display.toUtf8());
     // The display name comes from the desktop entry that claims the window class.
-    QVERIFY(QDir().mkpath(m_dataHome.filePath(QStringLiteral("applications"))));
-    QFile entry(m_dataHome.filePath(QStringLiteral("applications/focus-probe.desktop")));
-    QVERIFY(entry.open(QIODevice::WriteOnly));
-    entry.write("[Desktop Entry]\nType=Application\nName=Focus Probe\nExec=true\n"
-                "StartupWMClass=QbFocusProbe\n\n[Desktop Action x]\nName=Not this one\n");
-    entry.close();
+    QVERIFY(
+        test::writeFile(m_dataHome.filePath(QStringLiteral("applications/focus-probe.desktop")),
+                        "[Desktop Entry]\nType=Application\nName=Focus Probe\nExec=true\n"
+                        "StartupWMClass=QbFocusProbe\n\n[Desktop Action x]\nName=Not this one\n"));
     qputenv("XDG_DATA_HOME", m_dataHome.path().toUtf8());
     qputenv("XDG_DATA_DIRS", m_dataHome.filePath(QStringLiteral("none")).toUtf8());
 
@@ -142,12 +141,11 @@ void DesktopX11Test::nameInTheSessionLanguage_data() {
 void DesktopX11Test::nameInTheSessionLanguage() {
     QFETCH(QString, locale);
     QFETCH(QString, name);
-    QFile entry(m_dataHome.filePath(QStringLiteral("applications/qb-editor.desktop")));
-    QVERIFY(entry.open(QIODevice::WriteOnly));
-    entry.write("[Desktop Entry]\nType=Application\nName=Editor\nName[ja]=\xe3\x82\xa8\xe3\x83\x87"
-                "\xe3\x82\xa3\xe3\x82\xbf\nName[pt]=Editor PT\nName[pt_BR]=Editor BR\n"
-                "Name[sr@latin]=Urednik\nName[sr]=Uređivač\nExec=true\n");
-    entry.close();
+    QVERIFY(test::writeFile(
+        m_dataHome.filePath(QStringLiteral("applications/qb-editor.desktop")),
+        "[Desktop Entry]\nType=Application\nName=Editor\nName[ja]=\xe3\x82\xa8\xe3\x83\x87"
+        "\xe3\x82\xa3\xe3\x82\xbf\nName[pt]=Editor PT\nName[pt_BR]=Editor BR\n"
+        "Name[sr@latin]=Urednik\nName[sr]=Uređivač\nExec=true\n"));
     QCOMPARE(applicationDisplayName(QStringLiteral("qb-editor"), locale), name);
 }
 

@@ -8,15 +8,14 @@
 #include "popover/portal_color_scheme.h"
 #include "support/fake_daemon.h"
 #include "support/quick_items.h"
+#include "support/sim_process.h"
 #include "ui/account_panels.h"
 #include "ui/popover_presenter.h"
 
 #include <QDBusConnection>
 #include <QDBusVariant>
-#include <QProcess>
 #include <QQmlEngineExtensionPlugin>
 #include <QQuickItem>
-#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -374,22 +373,10 @@ void PopoverTest::signOutAsksFirst() {
 }
 
 void PopoverTest::nearLimitsDayRenders() {
-    QTemporaryDir home;
-    QProcess sim;
-    QProcessEnvironment env;
-    env.insert(QStringLiteral("HOME"), home.path());
-    sim.setProcessEnvironment(env);
-    sim.start(QStringLiteral(QUONBRIX_BIN_DIR "/brixd-sim"),
-              {QStringLiteral("run"), QStringLiteral("--port"), QStringLiteral("0"),
-               QStringLiteral("--scenario"), QStringLiteral("near-limits")});
-    QByteArray log;
-    static const QRegularExpression serving(QStringLiteral("http://127\\.0\\.0\\.1:(\\d+)"));
-    QTRY_VERIFY_WITH_TIMEOUT(
-        serving.match(QString::fromUtf8(log += sim.readAllStandardError())).hasMatch(), 10000);
-    const QString port = serving.match(QString::fromUtf8(log)).captured(1);
-
-    AppCore core(Environment({{QStringLiteral("HOME"), home.path()},
-                              {QStringLiteral("QUON_BRIX_ADMIN_PORT"), port}}),
+    test::SimProcess sim;
+    QVERIFY(sim.start({QStringLiteral("--scenario"), QStringLiteral("near-limits")}));
+    AppCore core(Environment({{QStringLiteral("HOME"), sim.home.path()},
+                              {QStringLiteral("QUON_BRIX_ADMIN_PORT"), QString::number(sim.port)}}),
                  nullptr, {});
     PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}), core.environment());
     core.launch();
@@ -414,8 +401,6 @@ void PopoverTest::nearLimitsDayRenders() {
     // Kept for whoever looks at a CI run.
     const QString shot = QStringLiteral(QUONBRIX_ARTIFACT_DIR "/popover-near-limits.png");
     QVERIFY(popover.window()->grabWindow().save(shot));
-    sim.terminate();
-    sim.waitForFinished(3000);
 }
 
 QTEST_MAIN(PopoverTest)

@@ -4,6 +4,7 @@
 #include "supervisor/daemon_supervisor.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
+#include "support/sim_process.h"
 #include "json/json_codec.h"
 
 #include <QDir>
@@ -81,11 +82,8 @@ struct Rig {
     }
 
     bool writeEnrollmentFile() {
-        if (!QDir(home.path()).mkpath(QStringLiteral(".quon-brix")))
-            return false;
-        QFile file(home.filePath(QStringLiteral(".quon-brix/enrollment.json")));
-        return file.open(QIODevice::WriteOnly) &&
-               file.write(R"({"deviceId":"dev_1","orgId":"org_7f3a"})") > 0;
+        return test::writeFile(home.filePath(QStringLiteral(".quon-brix/enrollment.json")),
+                               R"({"deviceId":"dev_1","orgId":"org_7f3a"})");
     }
 
     bool removeEnrollmentFile() {

@@ -7,6 +7,7 @@
 #include "platform/attention_sources.h"
 #include "platform/sway_ipc.h"
 #include "platform/wayland_idle.h"
+#include "support/sim_process.h"
 #include "support/swaysession.h"
 
 #include <QDBusConnection>
@@ -246,17 +247,12 @@ void WlrootsSessionTest::initTestCase() {
     m_sway = test::fixtureSway();
     // The names come from the desktop entries that claim the app_id: by file name or by
     // StartupWMClass.
-    const QString apps = m_dataHome.filePath(QStringLiteral("applications"));
-    QVERIFY(QDir().mkpath(apps));
-    QFile alpha(apps + QStringLiteral("/qb.probe.alpha.desktop"));
-    QVERIFY(alpha.open(QIODevice::WriteOnly));
-    alpha.write("[Desktop Entry]\nType=Application\nName=Focus Alpha\nExec=true\n");
-    alpha.close();
-    QFile beta(apps + QStringLiteral("/beta-tool.desktop"));
-    QVERIFY(beta.open(QIODevice::WriteOnly));
-    beta.write("[Desktop Entry]\nType=Application\nName=Focus Beta\nExec=true\n"
-               "StartupWMClass=QbProbeBeta\n");
-    beta.close();
+    const QString apps = m_dataHome.filePath(QStringLiteral("applications/"));
+    QVERIFY(test::writeFile(apps + QStringLiteral("qb.probe.alpha.desktop"),
+                            "[Desktop Entry]\nType=Application\nName=Focus Alpha\nExec=true\n"));
+    QVERIFY(test::writeFile(apps + QStringLiteral("beta-tool.desktop"),
+                            "[Desktop Entry]\nType=Application\nName=Focus Beta\nExec=true\n"
+                            "StartupWMClass=QbProbeBeta\n"));
     qputenv("XDG_DATA_HOME", m_dataHome.path().toUtf8());
     qputenv("XDG_DATA_DIRS", m_dataHome.filePath(QStringLiteral("none")).toUtf8());
 }

@@ -4,6 +4,7 @@
 
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
+#include "support/sim_process.h"
 #include "ui/popover_panels.h"
 #include "ui/popover_presenter.h"
 #include "ui/work_panels.h"
@@ -220,10 +221,8 @@ void WorkPanelTest::clientSetupFromThePopover() {
     QVERIFY(!mcp().waitingText.isEmpty());
     QVERIFY(mcp().snippet.contains(QStringLiteral("Bearer <admin-token>")));
 
-    QVERIFY(QDir(rig.home.path()).mkpath(QStringLiteral(".quon-brix")));
-    QFile token(rig.home.filePath(QStringLiteral(".quon-brix/admin-token")));
-    QVERIFY(token.open(QIODevice::WriteOnly) && token.write("tok-1\n") == 6);
-    token.close();
+    const QString token = rig.home.filePath(QStringLiteral(".quon-brix/admin-token"));
+    QVERIFY(test::writeFile(token, "tok-1\n"));
     command(view::Command::ShowMcpSetup);
     QTRY_VERIFY(mcp().install.enabled);
     QVERIFY(mcp().waitingText.isEmpty());
@@ -239,8 +238,7 @@ void WorkPanelTest::clientSetupFromThePopover() {
     QTRY_COMPARE(mcp().result, QStringLiteral("Already up to date"));
 
     // A new token makes the installed entry stale; "Update" is offered and fixes it.
-    QVERIFY(token.open(QIODevice::WriteOnly) && token.write("tok-2\n") == 6);
-    token.close();
+    QVERIFY(test::writeFile(token, "tok-2\n"));
     command(view::Command::ShowMcpSetup);
     QVERIFY(mcp().result.isEmpty()); // a screen shown anew starts without old outcomes
     QTRY_COMPARE(clientState(2), QStringLiteral("Installed · token out of date"));

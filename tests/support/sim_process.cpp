@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QTcpServer>
 #include <csignal>
 #include <sys/stat.h>
 
@@ -18,6 +19,12 @@ bool processAlive(qint64 pid) {
     const QByteArray s = stat.readAll();
     const qsizetype close = s.lastIndexOf(')');
     return close >= 0 && close + 2 < s.size() && s[close + 2] != 'Z' && s[close + 2] != 'X';
+}
+
+quint16 freePort() {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
 }
 
 bool writeFile(const QString &path, const QByteArray &bytes, int mode) {

@@ -13,6 +13,9 @@ namespace quonbrix::test {
 // Running, not merely waiting to be reaped.
 bool processAlive(qint64 pid);
 
+// A loopback port nothing listens on (until someone takes it).
+quint16 freePort();
+
 // Writes `bytes` to `path`, making its folder first; false on any failure.
 bool writeFile(const QString &path, const QByteArray &bytes, int mode = 0644);
 
