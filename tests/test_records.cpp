@@ -253,36 +253,24 @@ void RecordsTest::smallRecords_data() {
     QTest::addColumn<QString>("record");
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("decodes");
-    const QString sync = QStringLiteral("sync");
-    const QString handoff = QStringLiteral("handoff");
-    const QString command = QStringLiteral("command");
-    QTest::newRow("sync minimal") << sync
-                                  << QByteArray(
-                                         R"({"ok":true,"collected":1,"pushed":0,"queued":0})")
-                                  << true;
-    QTest::newRow("sync skipped")
-        << sync
-        << QByteArray(
-               R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled","lastPushAt":1795424400000})")
-        << true;
-    QTest::newRow("sync without queued")
-        << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0})") << false;
-    QTest::newRow("sync skipped as number")
-        << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":1})")
-        << false;
-    QTest::newRow("sync error body") << sync << QByteArray(R"({"error":"internal"})") << false;
-    QTest::newRow("handoff") << handoff
-                             << QByteArray(R"({"handoff":"abc","expiresAt":1795424400000})")
-                             << true;
-    QTest::newRow("handoff without expiry")
-        << handoff << QByteArray(R"({"handoff":"abc"})") << false;
-    QTest::newRow("handoff token null")
-        << handoff << QByteArray(R"({"handoff":null,"expiresAt":1})") << false;
-    QTest::newRow("command reply empty") << command << QByteArray("{}") << true;
-    QTest::newRow("command reply session null")
-        << command << QByteArray(R"({"session":null})") << true;
-    QTest::newRow("command reply bad session")
-        << command << QByteArray(R"({"session":{"id":"x"}})") << false;
+    const auto row = [](const char *name, const char *record, const char *body, bool decodes) {
+        QTest::newRow(name) << QString::fromLatin1(record) << QByteArray(body) << decodes;
+    };
+    row("sync minimal", "sync", R"({"ok":true,"collected":1,"pushed":0,"queued":0})", true);
+    row("sync skipped", "sync",
+        R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled",)"
+        R"("lastPushAt":1795424400000})",
+        true);
+    row("sync without queued", "sync", R"({"ok":true,"collected":1,"pushed":0})", false);
+    row("sync skipped as number", "sync",
+        R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":1})", false);
+    row("sync error body", "sync", R"({"error":"internal"})", false);
+    row("handoff", "handoff", R"({"handoff":"abc","expiresAt":1795424400000})", true);
+    row("handoff without expiry", "handoff", R"({"handoff":"abc"})", false);
+    row("handoff token null", "handoff", R"({"handoff":null,"expiresAt":1})", false);
+    row("command reply empty", "command", "{}", true);
+    row("command reply session null", "command", R"({"session":null})", true);
+    row("command reply bad session", "command", R"({"session":{"id":"x"}})", false);
 }
 
 void RecordsTest::smallRecords() {
