@@ -133,13 +133,6 @@ struct PopoverRig {
             return std::nullopt;
         return received.takeFirst();
     }
-    QQuickItem *button(const QString &text) {
-        for (QQuickItem *item : visualItems(app.window().window()->contentItem()))
-            if (item->property("text").toString() == text &&
-                item->metaObject()->indexOfSignal("clicked()") >= 0)
-                return item;
-        return nullptr;
-    }
 };
 
 // The desktop portal's settings, as GNOME and KDE publish the colour scheme. Its Read answers
@@ -259,9 +252,7 @@ void PopoverTest::answersTheTrayOverItsPipe() {
     QVERIFY(!texts.contains(QStringLiteral("Can I keep working?")));
 
     // A click goes back to the tray as a command, and only as that.
-    QQuickItem *quit = rig.button(QStringLiteral("Quit"));
-    QVERIFY(quit);
-    QMetaObject::invokeMethod(quit, "clicked");
+    QVERIFY(test::click(rig.app.window().window(), QStringLiteral("Quit")));
     const auto command = rig.next();
     QVERIFY(command && command->command);
     QCOMPARE(command->command->name, QStringLiteral("quit"));
@@ -342,11 +333,7 @@ void PopoverTest::signOutAsksFirst() {
     popover.open();
     QVERIFY(QTest::qWaitForWindowExposed(popover.window()));
     const auto click = [&popover](const QString &text) {
-        for (QQuickItem *item : visualItems(popover.window()->contentItem()))
-            if (item->isVisible() && item->property("text").toString() == text &&
-                item->metaObject()->indexOfSignal("clicked()") >= 0)
-                return QMetaObject::invokeMethod(item, "clicked");
-        return false;
+        return test::click(popover.window(), text);
     };
     const auto asked = [&popover] {
         return visibleTexts(popover.window()).contains(QStringLiteral("サインアウトしますか？"));

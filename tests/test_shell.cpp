@@ -82,6 +82,19 @@ private Q_SLOTS:
     void logLinesUnderSystemd();
 
 private:
+    // A supervisor of `daemon` (QUON_BRIX_DAEMON; empty: unset) that looks nowhere else and
+    // builds no trust store; the stand-ins leave their records in `records`.
+    DaemonSupervisorOptions supervising(const QString &records, const QString &daemon) const {
+        DaemonSupervisorOptions o;
+        o.environment.insert(QStringLiteral("HOME"), m_home.path());
+        o.environment.insert(QStringLiteral("QB_STUB_DIR"), records);
+        if (!daemon.isEmpty())
+            o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"), daemon);
+        o.applicationDir = o.workingDir = records;
+        o.trustStore = [] { return std::optional<QString>(); };
+        return o;
+    }
+
     QTemporaryDir m_home;
 };
 
@@ -294,13 +307,8 @@ void ShellTest::trayBadgeFollowsLimits() {
 // test_tray_app's endingLeavesNoDaemon).
 void ShellTest::daemonLivesAsLongAsTheApp() {
     QTemporaryDir records;
-    DaemonSupervisorOptions o;
-    o.environment.insert(QStringLiteral("HOME"), m_home.path());
-    o.environment.insert(QStringLiteral("QB_STUB_DIR"), records.path());
-    o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"),
-                         QStringLiteral(QUONBRIX_STUB_DIR "/stub_brixd_stay"));
-    o.trustStore = [] { return std::optional<QString>(); };
-    auto supervisor = std::make_shared<DaemonSupervisor>(o);
+    auto supervisor = std::make_shared<DaemonSupervisor>(
+        supervising(records.path(), QStringLiteral(QUONBRIX_STUB_DIR "/stub_brixd_stay")));
     QList<qint64> started;
     connect(supervisor.get(), &DaemonSupervisor::daemonStarted, this,
             [&started](qint64 pid) { started << pid; });
@@ -341,14 +349,7 @@ void ShellTest::notMeteringSaysWhy() {
     QFETCH(QString, daemon);
     QFETCH(QString, says);
     QTemporaryDir records;
-    DaemonSupervisorOptions o;
-    o.environment.insert(QStringLiteral("HOME"), m_home.path());
-    o.environment.insert(QStringLiteral("QB_STUB_DIR"), records.path());
-    if (!daemon.isEmpty())
-        o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"), daemon);
-    o.applicationDir = records.path();
-    o.workingDir = records.path();
-    o.trustStore = [] { return std::optional<QString>(); };
+    DaemonSupervisorOptions o = supervising(records.path(), daemon);
     o.relaunchDelay = std::chrono::milliseconds(200);
     FakeDaemon answers;
     answers.refuse();
