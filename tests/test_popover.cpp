@@ -8,15 +8,14 @@
 #include "popover/portal_color_scheme.h"
 #include "support/fake_daemon.h"
 #include "support/quick_items.h"
+#include "support/sim_process.h"
 #include "ui/account_panels.h"
 #include "ui/popover_presenter.h"
 
 #include <QDBusConnection>
 #include <QDBusVariant>
-#include <QProcess>
 #include <QQmlEngineExtensionPlugin>
 #include <QQuickItem>
-#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -133,13 +132,6 @@ struct PopoverRig {
         if (received.isEmpty())
             return std::nullopt;
         return received.takeFirst();
-    }
-    QQuickItem *button(const QString &text) {
-        for (QQuickItem *item : visualItems(app.window().window()->contentItem()))
-            if (item->property("text").toString() == text &&
-                item->metaObject()->indexOfSignal("clicked()") >= 0)
-                return item;
-        return nullptr;
     }
 };
 
@@ -261,9 +253,7 @@ void PopoverTest::answersTheTrayOverItsPipe() {
     QVERIFY(!texts.contains(QStringLiteral("Can I keep working?")));
 
     // A click goes back to the tray as a command, and only as that.
-    QQuickItem *quit = rig.button(QStringLiteral("Quit"));
-    QVERIFY(quit);
-    QMetaObject::invokeMethod(quit, "clicked");
+    QVERIFY(test::click(rig.app.window().window(), QStringLiteral("Quit")));
     const auto command = rig.next();
     QVERIFY(command && command->command);
     QCOMPARE(command->command->name, QStringLiteral("quit"));
@@ -344,11 +334,7 @@ void PopoverTest::signOutAsksFirst() {
     popover.open();
     QVERIFY(QTest::qWaitForWindowExposed(popover.window()));
     const auto click = [&popover](const QString &text) {
-        for (QQuickItem *item : visualItems(popover.window()->contentItem()))
-            if (item->isVisible() && item->property("text").toString() == text &&
-                item->metaObject()->indexOfSignal("clicked()") >= 0)
-                return QMetaObject::invokeMethod(item, "clicked");
-        return false;
+        return test::click(popover.window(), text);
     };
     const auto asked = [&popover] {
         return visibleTexts(popover.window()).contains(QStringLiteral("サインアウトしますか？"));
@@ -375,22 +361,10 @@ void PopoverTest::signOutAsksFirst() {
 }
 
 void PopoverTest::nearLimitsDayRenders() {
-    QTemporaryDir home;
-    QProcess sim;
-    QProcessEnvironment env;
-    env.insert(QStringLiteral("HOME"), home.path());
-    sim.setProcessEnvironment(env);
-    sim.start(QStringLiteral(QUONBRIX_BIN_DIR "/brixd-sim"),
-              {QStringLiteral("run"), QStringLiteral("--port"), QStringLiteral("0"),
-               QStringLiteral("--scenario"), QStringLiteral("near-limits")});
-    QByteArray log;
-    static const QRegularExpression serving(QStringLiteral("http://127\\.0\\.0\\.1:(\\d+)"));
-    QTRY_VERIFY_WITH_TIMEOUT(
-        serving.match(QString::fromUtf8(log += sim.readAllStandardError())).hasMatch(), 10000);
-    const QString port = serving.match(QString::fromUtf8(log)).captured(1);
-
-    AppCore core(Environment({{QStringLiteral("HOME"), home.path()},
-                              {QStringLiteral("QUON_BRIX_ADMIN_PORT"), port}}),
+    test::SimProcess sim;
+    QVERIFY(sim.start({QStringLiteral("--scenario"), QStringLiteral("near-limits")}));
+    AppCore core(Environment({{QStringLiteral("HOME"), sim.home.path()},
+                              {QStringLiteral("QUON_BRIX_ADMIN_PORT"), QString::number(sim.port)}}),
                  nullptr, {});
     PopoverPresenter presenter(&core.model(), {}, WebLinks::from({}), core.environment());
     core.launch();
@@ -415,8 +389,6 @@ void PopoverTest::nearLimitsDayRenders() {
     // Kept for whoever looks at a CI run.
     const QString shot = QStringLiteral(QUONBRIX_ARTIFACT_DIR "/popover-near-limits.png");
     QVERIFY(popover.window()->grabWindow().save(shot));
-    sim.terminate();
-    sim.waitForFinished(3000);
 }
 
 QTEST_MAIN(PopoverTest)

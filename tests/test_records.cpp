@@ -78,7 +78,8 @@ void RecordsTest::decodeStatus_data() {
     auto row = [](const char *name, const QString &base, const char *path, QJsonValue v, bool ok) {
         QTest::newRow(name) << base << QString::fromLatin1(path) << v << ok;
     };
-    // The status record itself.
+    // The status record itself. A wrong kind is checked once per kind: the codec checks every
+    // field alike, and a field declared with the wrong kind fails the full fixture already.
     row("minimal", min, "", {}, true);
     row("full with unknown keys", full, "", {}, true);
     row("consent missing", min, "consent", removed, false);
@@ -86,7 +87,6 @@ void RecordsTest::decodeStatus_data() {
     row("estCost missing", full, "estCost", removed, false);
     row("estCost as integer", min, "estCost", 3, true);
     row("enrolled as text", min, "enrolled", QStringLiteral("true"), false);
-    row("enrolled as number", min, "enrolled", 1, false);
     row("tokens fractional", min, "tokens", 1.5, false);
     row("tokens integral double", min, "tokens", 2e3, true);
     row("tokens beyond int64", min, "tokens", 1e19, false);
@@ -101,12 +101,7 @@ void RecordsTest::decodeStatus_data() {
     row("lastPushAt as text", full, "lastPushAt", QStringLiteral("yesterday"), false);
     // Nested records fail the whole status even where the field is optional.
     row("snapshot without source", full, "providerLimits[1].source", removed, false);
-    row("snapshot usedPercent as text", full, "providerLimits[1].usedPercent", QStringLiteral("91"),
-        false);
     row("snapshot stale null", full, "providerLimits[0].stale", QJsonValue::Null, true);
-    row("snapshot stale as text", full, "providerLimits[0].stale", QStringLiteral("no"), false);
-    row("snapshot resetsAtMs as text", full, "providerLimits[1].resetsAtMs",
-        QStringLiteral("1795600800000"), false);
     row("reset credits empty object", full, "codexResetCredits", QJsonObject(), true);
     row("reset credits count fractional", full, "codexResetCredits.availableCount", 2.5, false);
     row("alert without message", full, "alert.message", removed, false);
@@ -118,7 +113,6 @@ void RecordsTest::decodeStatus_data() {
     row("attention without period", full, "attention.period", removed, false);
     row("attention firstActiveAt null", full, "attention.firstActiveAt", QJsonValue::Null, true);
     row("timer without segments", full, "workTimers[0].segments", removed, false);
-    row("timer revision as text", full, "workTimers[0].revision", QStringLiteral("3"), false);
     row("timer issue without externalId", full, "workTimers[0].issue.externalId", removed, false);
     row("segment endedAt null", full, "workTimers[0].segments[0].endedAt", QJsonValue::Null, true);
     row("segment without timeZone", full, "workTimers[0].segments[1].timeZone", removed, false);
@@ -204,8 +198,6 @@ void RecordsTest::integersAreExact_data() {
                                << qint64(-9223372036854775807LL - 1);
     QTest::newRow("beyond double precision")
         << QByteArray("9007199254740993") << qint64(9007199254740993LL);
-    QTest::newRow("zero") << QByteArray("0") << qint64(0);
-    QTest::newRow("negative") << QByteArray("-5") << qint64(-5);
 }
 
 void RecordsTest::integersAreExact() {
@@ -259,36 +251,24 @@ void RecordsTest::smallRecords_data() {
     QTest::addColumn<QString>("record");
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("decodes");
-    const QString sync = QStringLiteral("sync");
-    const QString handoff = QStringLiteral("handoff");
-    const QString command = QStringLiteral("command");
-    QTest::newRow("sync minimal") << sync
-                                  << QByteArray(
-                                         R"({"ok":true,"collected":1,"pushed":0,"queued":0})")
-                                  << true;
-    QTest::newRow("sync skipped")
-        << sync
-        << QByteArray(
-               R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled","lastPushAt":1795424400000})")
-        << true;
-    QTest::newRow("sync without queued")
-        << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0})") << false;
-    QTest::newRow("sync skipped as number")
-        << sync << QByteArray(R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":1})")
-        << false;
-    QTest::newRow("sync error body") << sync << QByteArray(R"({"error":"internal"})") << false;
-    QTest::newRow("handoff") << handoff
-                             << QByteArray(R"({"handoff":"abc","expiresAt":1795424400000})")
-                             << true;
-    QTest::newRow("handoff without expiry")
-        << handoff << QByteArray(R"({"handoff":"abc"})") << false;
-    QTest::newRow("handoff token null")
-        << handoff << QByteArray(R"({"handoff":null,"expiresAt":1})") << false;
-    QTest::newRow("command reply empty") << command << QByteArray("{}") << true;
-    QTest::newRow("command reply session null")
-        << command << QByteArray(R"({"session":null})") << true;
-    QTest::newRow("command reply bad session")
-        << command << QByteArray(R"({"session":{"id":"x"}})") << false;
+    const auto row = [](const char *name, const char *record, const char *body, bool decodes) {
+        QTest::newRow(name) << QString::fromLatin1(record) << QByteArray(body) << decodes;
+    };
+    row("sync minimal", "sync", R"({"ok":true,"collected":1,"pushed":0,"queued":0})", true);
+    row("sync skipped", "sync",
+        R"({"ok":true,"collected":3,"pushed":0,"queued":0,"skipped":"not-enrolled",)"
+        R"("lastPushAt":1795424400000})",
+        true);
+    row("sync without queued", "sync", R"({"ok":true,"collected":1,"pushed":0})", false);
+    row("sync skipped as number", "sync",
+        R"({"ok":true,"collected":1,"pushed":0,"queued":0,"skipped":1})", false);
+    row("sync error body", "sync", R"({"error":"internal"})", false);
+    row("handoff", "handoff", R"({"handoff":"abc","expiresAt":1795424400000})", true);
+    row("handoff without expiry", "handoff", R"({"handoff":"abc"})", false);
+    row("handoff token null", "handoff", R"({"handoff":null,"expiresAt":1})", false);
+    row("command reply empty", "command", "{}", true);
+    row("command reply session null", "command", R"({"session":null})", true);
+    row("command reply bad session", "command", R"({"session":{"id":"x"}})", false);
 }
 
 void RecordsTest::smallRecords() {

@@ -1,15 +1,18 @@
-// The app shell without a desktop: what the popover is told and when, the popover program
-// run as the tray runs it (offscreen), the tray icon's badge following the status, the
-// daemon's lifetime following the app's, and where log lines go under systemd.
+// The app shell without a desktop: the tray icon (which badge, how it is drawn) following the
+// status, what the popover is told and when, the popover program run as the tray runs it
+// (offscreen), the daemon's lifetime following the app's, and where log lines go under systemd.
 
 #include "app/app_core.h"
 #include "helpers/log_capture.h"
 #include "log/log_sink.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
+#include "support/sim_process.h"
 #include "ui/popover_host.h"
 #include "ui/popover_presenter.h"
+#include "ui/tray_icon.h"
 #include "ui/tray_shell.h"
+#include "json/json_codec.h"
 
 #include <QApplication>
 #include <QDir>
@@ -32,6 +35,8 @@ using namespace quonbrix;
 using quonbrix::test::FakeDaemon;
 using quonbrix::test::FakeReply;
 
+Q_DECLARE_METATYPE(quonbrix::IconBadge)
+
 namespace {
 
 QByteArray statusWithLimit(double usedPercent, bool stale) {
@@ -44,9 +49,14 @@ QByteArray statusWithLimit(double usedPercent, bool stale) {
     return QJsonDocument(status).toJson();
 }
 
-bool processGone(qint64 pid) {
-    return !QDir(QStringLiteral("/proc/%1").arg(pid)).exists() ||
-           QFile(QStringLiteral("/proc/%1/status").arg(pid)).open(QIODevice::ReadOnly) == false;
+ProviderLimitSnapshot reading(const char *source, const char *window, double used,
+                              std::optional<bool> stale = {}) {
+    ProviderLimitSnapshot s;
+    s.source = QString::fromLatin1(source);
+    s.window = QString::fromLatin1(window);
+    s.usedPercent = used;
+    s.stale = stale;
+    return s;
 }
 
 } // namespace
@@ -56,12 +66,15 @@ class ShellTest : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
+    void badgeChoice_data();
+    void badgeChoice();
+    void rendering_data();
+    void rendering();
     void popoverIsToldOnlyWhileShown();
     void shellRunsThePopoverProgram_data();
     void shellRunsThePopoverProgram();
     void trayBadgeFollowsLimits_data();
     void trayBadgeFollowsLimits();
-    void daemonLivesAsLongAsTheApp_data();
     void daemonLivesAsLongAsTheApp();
     void notMeteringSaysWhy_data();
     void notMeteringSaysWhy();
@@ -69,11 +82,107 @@ private Q_SLOTS:
     void logLinesUnderSystemd();
 
 private:
+    // A supervisor of `daemon` (QUON_BRIX_DAEMON; empty: unset) that looks nowhere else and
+    // builds no trust store; the stand-ins leave their records in `records`.
+    DaemonSupervisorOptions supervising(const QString &records, const QString &daemon) const {
+        DaemonSupervisorOptions o;
+        o.environment.insert(QStringLiteral("HOME"), m_home.path());
+        o.environment.insert(QStringLiteral("QB_STUB_DIR"), records);
+        if (!daemon.isEmpty())
+            o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"), daemon);
+        o.applicationDir = o.workingDir = records;
+        o.trustStore = [] { return std::optional<QString>(); };
+        return o;
+    }
+
     QTemporaryDir m_home;
 };
 
 void ShellTest::initTestCase() {
     QVERIFY(m_home.isValid());
+}
+
+void ShellTest::badgeChoice_data() {
+    QTest::addColumn<std::vector<ProviderLimitSnapshot>>("limits");
+    QTest::addColumn<bool>("hasStatus");
+    QTest::addColumn<IconBadge>("badge");
+    using V = std::vector<ProviderLimitSnapshot>;
+    QTest::newRow("no status") << V{} << false << IconBadge::None;
+    QTest::newRow("no readings") << V{} << true << IconBadge::None;
+    QTest::newRow("only reading stale at 97")
+        << V{reading("claude-code", "week", 97, true)} << true << IconBadge::None;
+    QTest::newRow("79.9 is fine") << V{reading("claude-code", "week", 79.9)} << true
+                                  << IconBadge::None;
+    QTest::newRow("exactly 80 warns")
+        << V{reading("claude-code", "week", 80)} << true << IconBadge::Warning;
+    QTest::newRow("exactly 95 is critical")
+        << V{reading("claude-code", "session", 95, false)} << true << IconBadge::Critical;
+    QTest::newRow("codex session counts for the icon")
+        << V{reading("claude-code", "week", 10), reading("codex", "session", 96)} << true
+        << IconBadge::Critical;
+    QTest::newRow("stale high, fresh warning")
+        << V{reading("codex", "week", 99, true), reading("claude-code", "week", 85)} << true
+        << IconBadge::Warning;
+}
+
+void ShellTest::badgeChoice() {
+    QFETCH(std::vector<ProviderLimitSnapshot>, limits);
+    QFETCH(bool, hasStatus);
+    QFETCH(IconBadge, badge);
+    std::optional<DaemonStatus> status;
+    if (hasStatus) {
+        status = json::decode<DaemonStatus>(quonbrix::test::minimalStatusBody());
+        QVERIFY(status);
+        if (!limits.empty())
+            status->providerLimits = limits;
+    }
+    QCOMPARE(iconBadgeFor(status), badge);
+}
+
+void ShellTest::rendering_data() {
+    QTest::addColumn<IconBadge>("badge");
+    QTest::addColumn<qreal>("dpr");
+    for (const qreal dpr : {1.0, 1.5, 2.0}) {
+        const QByteArray scale = QByteArray::number(dpr);
+        QTest::newRow("normal @" + scale) << IconBadge::None << dpr;
+        QTest::newRow("warning @" + scale) << IconBadge::Warning << dpr;
+        QTest::newRow("critical @" + scale) << IconBadge::Critical << dpr;
+    }
+}
+
+void ShellTest::rendering() {
+    QFETCH(IconBadge, badge);
+    QFETCH(qreal, dpr);
+    const QImage image = TrayIconRenderer::render(badge, dpr);
+    const int px = qRound(22 * dpr);
+    QCOMPARE(image.size(), QSize(px, px));
+    QCOMPARE(image.deviceIndependentSize(), QSizeF(22, 22));
+    // The tray's icon holds every scale, so no screen gets a blurred one.
+    QCOMPARE(TrayIconRenderer().icon(badge).availableSizes().size(), 3);
+
+    // Rounded corners leave the very corners see-through.
+    const int last = px - 1;
+    for (const QPoint corner : {QPoint(0, 0), QPoint(last, 0), QPoint(0, last), QPoint(last, last)})
+        QCOMPARE(qAlpha(image.pixel(corner)), 0);
+
+    // The badge's centre: (14 + 3.5, 1 + 3.5) logical points.
+    const QColor centre = image.pixelColor(QPointF(17.5 * dpr, 4.5 * dpr).toPoint());
+    if (badge == IconBadge::None) {
+        QVERIFY2(centre.red() < 120, qPrintable(centre.name())); // the dark tile, no dot
+    } else {
+        const QColor expected = badgeColor(badge);
+        QVERIFY2(qAbs(centre.red() - expected.red()) <= 8 &&
+                     qAbs(centre.green() - expected.green()) <= 8 &&
+                     qAbs(centre.blue() - expected.blue()) <= 8,
+                 qPrintable(centre.name()));
+    }
+
+    // The wave is drawn: its left half holds bright, blue-dominant gradient pixels.
+    int bright = 0;
+    for (int y = 0; y < px; ++y)
+        for (int x = 0; x < px / 2; ++x)
+            bright += image.pixelColor(x, y).blue() > 200 ? 1 : 0;
+    QVERIFY2(bright > 4 * dpr * dpr, qPrintable(QString::number(bright)));
 }
 
 void ShellTest::popoverIsToldOnlyWhileShown() {
@@ -160,17 +269,16 @@ void ShellTest::shellRunsThePopoverProgram() {
     QVERIFY(!shell->presenter().isShowing());
     // The tray going ends the popover process with it.
     shell.reset();
-    QVERIFY(processGone(pid));
+    QVERIFY(!test::processAlive(pid));
 }
 
 void ShellTest::trayBadgeFollowsLimits_data() {
     QTest::addColumn<double>("usedPercent");
     QTest::addColumn<bool>("stale");
     QTest::addColumn<int>("badge");
+    // Which reading gives which badge is badgeChoice's table; here the shell follows it.
     QTest::newRow("79.9") << 79.9 << false << int(IconBadge::None);
     QTest::newRow("80") << 80.0 << false << int(IconBadge::Warning);
-    QTest::newRow("95") << 95.0 << false << int(IconBadge::Critical);
-    QTest::newRow("97 but stale") << 97.0 << true << int(IconBadge::None);
 }
 
 void ShellTest::trayBadgeFollowsLimits() {
@@ -195,22 +303,12 @@ void ShellTest::trayBadgeFollowsLimits() {
              badge != int(IconBadge::None));
 }
 
-void ShellTest::daemonLivesAsLongAsTheApp_data() {
-    QTest::addColumn<int>("runMs");
-    QTest::newRow("quit after the daemon is up") << 800;
-    QTest::newRow("quit while the daemon is starting") << 0;
-}
-
+// A quit while the daemon is still starting leaves none behind (the quit once it runs is
+// test_tray_app's endingLeavesNoDaemon).
 void ShellTest::daemonLivesAsLongAsTheApp() {
-    QFETCH(int, runMs);
     QTemporaryDir records;
-    DaemonSupervisorOptions o;
-    o.environment.insert(QStringLiteral("HOME"), m_home.path());
-    o.environment.insert(QStringLiteral("QB_STUB_DIR"), records.path());
-    o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"),
-                         QStringLiteral(QUONBRIX_STUB_DIR "/stub_brixd_stay"));
-    o.trustStore = [] { return std::optional<QString>(); };
-    auto supervisor = std::make_shared<DaemonSupervisor>(o);
+    auto supervisor = std::make_shared<DaemonSupervisor>(
+        supervising(records.path(), QStringLiteral(QUONBRIX_STUB_DIR "/stub_brixd_stay")));
     QList<qint64> started;
     connect(supervisor.get(), &DaemonSupervisor::daemonStarted, this,
             [&started](qint64 pid) { started << pid; });
@@ -219,16 +317,12 @@ void ShellTest::daemonLivesAsLongAsTheApp() {
     daemon.refuse();
     AppCore core(daemon.environment(m_home.path()), supervisor, {});
     core.launch();
-    if (runMs > 0) {
-        QTRY_COMPARE(started.size(), 1);
-        QTest::qWait(runMs);
-    }
     core.shutdown();
     QCoreApplication::processEvents();
     // Whatever was launched is gone once shutdown returns; nothing is launched after it.
     for (const QString &name : QDir(records.path()).entryList({QStringLiteral("launch-*.rec")})) {
         const qint64 pid = name.section(u'-', 1).section(u'.', 0, 0).toLongLong();
-        QVERIFY2(processGone(pid), qPrintable(name));
+        QVERIFY2(!test::processAlive(pid), qPrintable(name));
     }
     QTest::qWait(1300); // longer than the relaunch delay
     QVERIFY(started.size() <= 1);
@@ -255,14 +349,7 @@ void ShellTest::notMeteringSaysWhy() {
     QFETCH(QString, daemon);
     QFETCH(QString, says);
     QTemporaryDir records;
-    DaemonSupervisorOptions o;
-    o.environment.insert(QStringLiteral("HOME"), m_home.path());
-    o.environment.insert(QStringLiteral("QB_STUB_DIR"), records.path());
-    if (!daemon.isEmpty())
-        o.environment.insert(QStringLiteral("QUON_BRIX_DAEMON"), daemon);
-    o.applicationDir = records.path();
-    o.workingDir = records.path();
-    o.trustStore = [] { return std::optional<QString>(); };
+    DaemonSupervisorOptions o = supervising(records.path(), daemon);
     o.relaunchDelay = std::chrono::milliseconds(200);
     FakeDaemon answers;
     answers.refuse();

@@ -1,8 +1,10 @@
 #include "account/device_flow_enroller.h"
 #include "app/status_model.h"
 #include "daemon_link/records.h"
+#include "supervisor/daemon_supervisor.h"
 #include "support/fake_daemon.h"
 #include "support/fixtures.h"
+#include "support/sim_process.h"
 #include "json/json_codec.h"
 
 #include <QDir>
@@ -57,19 +59,11 @@ FakeReply statusReply(bool enrolled, qint64 tokens = 16600) {
 
 // A model wired to a fake daemon, with a home directory of its own.
 struct Rig {
-    explicit Rig(std::chrono::milliseconds refresh = 60s,
-                 std::chrono::milliseconds enrollPoll = 1500ms)
-        : client(daemon.base(), timeouts())
-        , model(&client, daemon.environment(home.path()),
-                StatusModel::Intervals{refresh, 60s, enrollPoll}) {
+    explicit Rig(StatusModel::Intervals intervals = {60s, 60s})
+        : client(daemon.base(), test::quickTimeouts())
+        , model(&client, daemon.environment(home.path()), intervals) {
         QObject::connect(&model, &StatusModel::passFinished, &model,
                          [this](const std::optional<DaemonStatus> &) { ++passes; });
-    }
-
-    static MeterClientTimeouts timeouts() {
-        MeterClientTimeouts t;
-        t.request = 3000ms;
-        return t;
     }
 
     bool waitForPasses(int n, int timeoutMs = 5000) {
@@ -88,11 +82,8 @@ struct Rig {
     }
 
     bool writeEnrollmentFile() {
-        if (!QDir(home.path()).mkpath(QStringLiteral(".quon-brix")))
-            return false;
-        QFile file(home.filePath(QStringLiteral(".quon-brix/enrollment.json")));
-        return file.open(QIODevice::WriteOnly) &&
-               file.write(R"({"deviceId":"dev_1","orgId":"org_7f3a"})") > 0;
+        return test::writeFile(home.filePath(QStringLiteral(".quon-brix/enrollment.json")),
+                               R"({"deviceId":"dev_1","orgId":"org_7f3a"})");
     }
 
     bool removeEnrollmentFile() {
@@ -136,17 +127,15 @@ class StatusModelTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void productionTimings_data();
+    void productionTimings();
     void nothingBeforeTheFirstRead();
-    void passPublishesStatus_data();
-    void passPublishesStatus();
     void daemonThatStopsAnsweringClearsStatus_data();
     void daemonThatStopsAnsweringClearsStatus();
     void passFinishedComesLast_data();
     void passFinishedComesLast();
     void restartsOncePerSignIn_data();
     void restartsOncePerSignIn();
-    void restartWithoutSupervisor_data();
-    void restartWithoutSupervisor();
     void lastPassToFinishWins_data();
     void lastPassToFinishWins();
     void modelGoneBeforeReply();
@@ -158,6 +147,36 @@ private Q_SLOTS:
     void terminalSignInCommand_data();
     void terminalSignInCommand();
 };
+
+// What the app runs with. Every other test sets its own figures to stay quick, so only this
+// one notices a refresh of a minute, a heartbeat the daemon counts as gone, or a sign-in watch
+// that stops before the daemon has taken the sign-in.
+void StatusModelTest::productionTimings_data() {
+    QTest::addColumn<qint64>("actual");
+    QTest::addColumn<qint64>("expected");
+    const StatusModel::Intervals model;
+    const MeterClientTimeouts client;
+    const DaemonSupervisorOptions supervisor = DaemonSupervisorOptions::forThisProcess();
+    const auto row = [](const char *name, qint64 actual, qint64 expected) {
+        QTest::newRow(name) << actual << expected;
+    };
+    row("status refresh, ms", model.refresh.count(), 5'000);
+    row("attention heartbeat, ms", model.heartbeat.count(), 15'000);
+    row("sign-in watch, ms between reads", model.enrollPoll.count(), 1'500);
+    row("sign-in watch, reads", model.enrollPollReads, 31);
+    row("request time-out, ms", client.request.count(), 60'000);
+    row("sync time-out, ms", client.sync.count(), 180'000);
+    row("console handoff, attempts", client.handoffAttempts, 6);
+    row("console handoff, ms between attempts", client.handoffRetryDelay.count(), 300);
+    row("daemon relaunch, ms", supervisor.relaunchDelay.count(), 1'000);
+    row("daemon stop grace, ms", supervisor.stopGrace.count(), 5'000);
+}
+
+void StatusModelTest::productionTimings() {
+    QFETCH(qint64, actual);
+    QFETCH(qint64, expected);
+    QCOMPARE(actual, expected);
+}
 
 void StatusModelTest::nothingBeforeTheFirstRead() {
     Rig rig;
@@ -184,46 +203,13 @@ void StatusModelTest::nothingBeforeTheFirstRead() {
     QVERIFY(rig.model.daemonHealthy());
 }
 
-void StatusModelTest::passPublishesStatus_data() {
-    QTest::addColumn<QString>("fixture");
-    QTest::newRow("minimal") << QStringLiteral("status-minimal.json");
-    QTest::newRow("full") << QStringLiteral("status-full.json");
-}
-
-void StatusModelTest::passPublishesStatus() {
-    QFETCH(QString, fixture);
-    const QByteArray body = test::fixture(fixture);
-    const auto expected = json::decode<DaemonStatus>(body);
-    QVERIFY(expected.has_value());
-
-    Rig rig;
-    rig.daemon.setReply(QStringLiteral("/status"), FakeReply::json(body));
-    int statusChanges = 0;
-    int healthChanges = 0;
-    std::optional<DaemonStatus> published;
-    connect(&rig.model, &StatusModel::statusChanged, this, [&] { ++statusChanges; });
-    connect(&rig.model, &StatusModel::daemonHealthyChanged, this, [&] { ++healthChanges; });
-    connect(&rig.model, &StatusModel::passFinished, this,
-            [&](const std::optional<DaemonStatus> &status) { published = status; });
-
-    rig.model.start();
-    QVERIFY(rig.waitForPasses(1));
-
-    QCOMPARE(rig.model.status(), expected);
-    QCOMPARE(published, expected);
-    QVERIFY(rig.model.daemonHealthy());
-    QCOMPARE(statusChanges, 1);
-    QCOMPARE(healthChanges, 1);
-}
-
 void StatusModelTest::daemonThatStopsAnsweringClearsStatus_data() {
     QTest::addColumn<FakeReply>("failure");
     QTest::addColumn<bool>("refuse");
 
+    // How each failure is read is the client's (test_meter_client); here: an answer that is
+    // no status, a connection that ends without one, and nobody there at all.
     QTest::newRow("500 with JSON error body") << FakeReply::error(500) << false;
-    QTest::newRow("garbage body") << FakeReply::garbage() << false;
-    QTest::newRow("status missing a required key")
-        << FakeReply::json(QByteArray(R"({"enrolled":true})")) << false;
     QTest::newRow("connection dropped") << FakeReply::drop() << false;
     QTest::newRow("port closed") << FakeReply() << true;
 }
@@ -233,7 +219,7 @@ void StatusModelTest::daemonThatStopsAnsweringClearsStatus() {
     QFETCH(bool, refuse);
 
     const auto tick = 200ms;
-    Rig rig(tick);
+    Rig rig({tick, 60s});
     rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
     rig.model.start();
     QVERIFY(rig.waitForPasses(1));
@@ -253,7 +239,7 @@ void StatusModelTest::daemonThatStopsAnsweringClearsStatus() {
     const qint64 clearedAfter = sinceDown.elapsed();
     QCOMPARE(rig.passes, passesBefore + 1);
     QVERIFY(!rig.model.daemonHealthy());
-    QVERIFY2(clearedAfter < 2 * tick.count(), qPrintable(QString::number(clearedAfter)));
+    QVERIFY2(clearedAfter < 5 * tick.count(), qPrintable(QString::number(clearedAfter)));
 
     // Still polled while down, and never shown healthy.
     QVERIFY(rig.waitForPasses(rig.passes + 1, 3000));
@@ -310,12 +296,15 @@ void StatusModelTest::passFinishedComesLast() {
     for (const FakeReply &reply : replies) {
         rig.daemon.setReply(QStringLiteral("/status"), reply);
         QVERIFY(rig.pass());
+        // What is published is the status as read, every value kept.
+        QCOMPARE(rig.model.status(), json::decode<DaemonStatus>(reply.body));
     }
     QCOMPARE(seen, events);
 }
 
 void StatusModelTest::restartsOncePerSignIn_data() {
-    // Script steps: F writes the enrollment file, f removes it; u, e and x are passes that
+    // Script steps: F writes the enrollment file, f removes it; - leaves the model with a
+    // supervisor that is gone, + hands the counting one over again; u, e and x are passes that
     // read a status with enrolled false, one with enrolled true, and a failed read.
     // `restarts` holds the restart count expected after each pass.
     QTest::addColumn<QString>("script");
@@ -334,6 +323,10 @@ void StatusModelTest::restartsOncePerSignIn_data() {
     QTest::newRow("file appears later") << QStringLiteral("uuFuu") << QStringLiteral("0011");
     QTest::newRow("file gone after the restart")
         << QStringLiteral("Fufeuu") << QStringLiteral("1111");
+    // The chance went by without a supervisor; handing one over later does not revive it,
+    // the next sign-in does.
+    QTest::newRow("no supervisor at the sign-in")
+        << QStringLiteral("-Fu+uueu") << QStringLiteral("00001");
 }
 
 void StatusModelTest::restartsOncePerSignIn() {
@@ -356,6 +349,12 @@ void StatusModelTest::restartsOncePerSignIn() {
         case 'f':
             QVERIFY(rig.removeEnrollmentFile());
             continue;
+        case '-':
+            rig.model.setSupervisor(std::make_shared<CountingRestarter>()); // gone at once
+            continue;
+        case '+':
+            rig.model.setSupervisor(restarter);
+            continue;
         case 'u':
             rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
             break;
@@ -371,40 +370,6 @@ void StatusModelTest::restartsOncePerSignIn() {
         QVERIFY(rig.pass());
     }
     QCOMPARE(seen, restarts);
-}
-
-void StatusModelTest::restartWithoutSupervisor_data() {
-    QTest::addColumn<bool>("expired");
-    QTest::newRow("never handed over") << false;
-    QTest::newRow("supervisor already gone") << true;
-}
-
-void StatusModelTest::restartWithoutSupervisor() {
-    QFETCH(bool, expired);
-
-    Rig rig;
-    if (expired) {
-        auto gone = std::make_shared<CountingRestarter>();
-        rig.model.setSupervisor(gone);
-    }
-    QVERIFY(rig.writeEnrollmentFile());
-    rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
-    QVERIFY(rig.pass());
-    QVERIFY(rig.model.hasStatus());
-
-    // The chance was used up without a supervisor; handing one over later does not revive it.
-    const auto restarter = std::make_shared<CountingRestarter>();
-    rig.model.setSupervisor(restarter);
-    QVERIFY(rig.pass());
-    QVERIFY(rig.pass());
-    QCOMPARE(restarter->calls.load(), 0);
-
-    // The next sign-in does restart.
-    rig.daemon.setReply(QStringLiteral("/status"), statusReply(true));
-    QVERIFY(rig.pass());
-    rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
-    QVERIFY(rig.pass());
-    QTRY_COMPARE(restarter->calls.load(), 1);
 }
 
 void StatusModelTest::lastPassToFinishWins_data() {
@@ -534,7 +499,7 @@ void StatusModelTest::signIn() {
 }
 
 void StatusModelTest::watchAfterSignInGivesUp() {
-    Rig rig(60s, 1ms);
+    Rig rig({60s, 60s, 1ms, 5});
     const auto restarter = std::make_shared<CountingRestarter>();
     rig.enableSignIn(restarter);
     rig.daemon.setReply(QStringLiteral("/status"), statusReply(false));
@@ -547,10 +512,10 @@ void StatusModelTest::watchAfterSignInGivesUp() {
                         FakeReply::json(QByteArray("{}")));
     rig.model.startEnroll();
     QTRY_VERIFY(rig.model.enrollProgress() && rig.model.enrollProgress()->enrolled);
-    // A daemon that never reports the sign-in is read 31 times, then left to the refresh.
+    // A daemon that never reports the sign-in is read so many times, then left to the refresh.
     QTRY_VERIFY_WITH_TIMEOUT(!rig.model.isWatchingEnrollment(), 10000);
     QTest::qWait(100);
-    QCOMPARE(rig.daemon.requests(QStringLiteral("/status")).size(), 31);
+    QCOMPARE(rig.daemon.requests(QStringLiteral("/status")).size(), 5);
 }
 
 void StatusModelTest::signOut_data() {

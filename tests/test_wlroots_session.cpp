@@ -7,6 +7,7 @@
 #include "platform/attention_sources.h"
 #include "platform/sway_ipc.h"
 #include "platform/wayland_idle.h"
+#include "support/sim_process.h"
 #include "support/swaysession.h"
 
 #include <QDBusConnection>
@@ -246,17 +247,12 @@ void WlrootsSessionTest::initTestCase() {
     m_sway = test::fixtureSway();
     // The names come from the desktop entries that claim the app_id: by file name or by
     // StartupWMClass.
-    const QString apps = m_dataHome.filePath(QStringLiteral("applications"));
-    QVERIFY(QDir().mkpath(apps));
-    QFile alpha(apps + QStringLiteral("/qb.probe.alpha.desktop"));
-    QVERIFY(alpha.open(QIODevice::WriteOnly));
-    alpha.write("[Desktop Entry]\nType=Application\nName=Focus Alpha\nExec=true\n");
-    alpha.close();
-    QFile beta(apps + QStringLiteral("/beta-tool.desktop"));
-    QVERIFY(beta.open(QIODevice::WriteOnly));
-    beta.write("[Desktop Entry]\nType=Application\nName=Focus Beta\nExec=true\n"
-               "StartupWMClass=QbProbeBeta\n");
-    beta.close();
+    const QString apps = m_dataHome.filePath(QStringLiteral("applications/"));
+    QVERIFY(test::writeFile(apps + QStringLiteral("qb.probe.alpha.desktop"),
+                            "[Desktop Entry]\nType=Application\nName=Focus Alpha\nExec=true\n"));
+    QVERIFY(test::writeFile(apps + QStringLiteral("beta-tool.desktop"),
+                            "[Desktop Entry]\nType=Application\nName=Focus Beta\nExec=true\n"
+                            "StartupWMClass=QbProbeBeta\n"));
     qputenv("XDG_DATA_HOME", m_dataHome.path().toUtf8());
     qputenv("XDG_DATA_DIRS", m_dataHome.filePath(QStringLiteral("none")).toUtf8());
 }
@@ -287,10 +283,10 @@ void WlrootsSessionTest::idleOnSway() {
     // idle time counts from that input and keeps growing.
     QTRY_VERIFY_WITH_TIMEOUT(idleNow(idle).value_or(0) > 0, 3000);
     const double first = *idleNow(idle);
-    QVERIFY2(first >= 1.0 && first < 1.5, qPrintable(QString::number(first)));
+    QVERIFY2(first >= 1.0 && first < 2.5, qPrintable(QString::number(first)));
     QTest::qWait(600);
     const double later = *idleNow(idle);
-    QVERIFY2(later >= first + 0.5 && later < 4.0, qPrintable(QString::number(later)));
+    QVERIFY2(later >= first + 0.5 && later < 6.0, qPrintable(QString::number(later)));
 
     // The pointer moves: back to 0 at once.
     QVERIFY(swaymsg({QStringLiteral("seat"), QStringLiteral("-"), QStringLiteral("cursor"),
@@ -362,7 +358,7 @@ void WlrootsSessionTest::idleProtocols() {
     // "idled" comes a second after the last input, so the idle time starts there.
     QTRY_VERIFY_WITH_TIMEOUT(idleNow(*idle).value_or(0) > 0, 2000);
     const double first = *idleNow(*idle);
-    QVERIFY2(first >= 1.0 && first < 1.5, qPrintable(QString::number(first)));
+    QVERIFY2(first >= 1.0 && first < 2.5, qPrintable(QString::number(first)));
     compositor.say(StandInCompositor::Say::Resumed);
     QTRY_COMPARE_WITH_TIMEOUT(idleNow(*idle), std::optional<double>(0.0), 2000);
 
@@ -447,7 +443,7 @@ void WlrootsSessionTest::misbehavingPeers() {
         QVERIFY(fd >= 0);
         clock.start();
         QVERIFY(!WaylandIdleTime::open(socket));
-        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
         ::close(fd);
         return;
     }
@@ -481,7 +477,7 @@ void WlrootsSessionTest::misbehavingPeers() {
         QTest::qWait(50);
         QVERIFY(!focus->foregroundApp());
     }
-    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 500, qPrintable(QString::number(timerFiredAt)));
+    QVERIFY2(timerFiredAt >= 100 && timerFiredAt < 1000, qPrintable(QString::number(timerFiredAt)));
     QCOMPARE(log.lines(attentionLog).size(), logLines);
 }
 

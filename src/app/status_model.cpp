@@ -24,8 +24,7 @@ StatusModel::StatusModel(MeterClient *client, Environment env, Intervals interva
     connect(&m_enrollPollTimer, &QTimer::timeout, this, [this] {
         ++m_enrollPollTicks;
         load();
-        // About 46 seconds; after that the ordinary refresh carries on alone.
-        if (m_enrollPollTicks >= 31)
+        if (m_enrollPollTicks >= m_intervals.enrollPollReads)
             m_enrollPollTimer.stop();
     });
 }

@@ -39,8 +39,10 @@ public:
     struct Intervals {
         std::chrono::milliseconds refresh{5'000};
         std::chrono::milliseconds heartbeat{15'000};
-        // After a sign-in: how often the daemon is read until it reports the sign-in.
+        // After a sign-in: how often the daemon is read until it reports the sign-in, and how
+        // many reads (about 46 s) before the ordinary refresh carries on alone.
         std::chrono::milliseconds enrollPoll{1'500};
+        int enrollPollReads = 31;
     };
 
     StatusModel(MeterClient *client, Environment env, Intervals intervals,

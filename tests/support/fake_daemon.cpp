@@ -1,5 +1,6 @@
 #include "support/fake_daemon.h"
 
+#include <QHash>
 #include <QHostAddress>
 #include <QJsonDocument>
 #include <QTcpServer>
@@ -17,29 +18,18 @@ namespace quonbrix::test {
 
 namespace {
 
+// The client reads the status code only; the phrase is for whoever reads a capture.
 QByteArray reasonPhrase(int status) {
-    switch (status) {
-    case 200:
-        return QByteArrayLiteral("OK");
-    case 201:
-        return QByteArrayLiteral("Created");
-    case 204:
-        return QByteArrayLiteral("No Content");
-    case 400:
-        return QByteArrayLiteral("Bad Request");
-    case 404:
-        return QByteArrayLiteral("Not Found");
-    case 409:
-        return QByteArrayLiteral("Conflict");
-    case 422:
-        return QByteArrayLiteral("Unprocessable Entity");
-    case 500:
-        return QByteArrayLiteral("Internal Server Error");
-    case 503:
-        return QByteArrayLiteral("Service Unavailable");
-    default:
-        return QByteArrayLiteral("Status");
-    }
+    static const QHash<int, QByteArray> phrases{{200, "OK"},
+                                                {201, "Created"},
+                                                {204, "No Content"},
+                                                {400, "Bad Request"},
+                                                {404, "Not Found"},
+                                                {409, "Conflict"},
+                                                {422, "Unprocessable Entity"},
+                                                {500, "Internal Server Error"},
+                                                {503, "Service Unavailable"}};
+    return phrases.value(status, "Status");
 }
 
 } // namespace
@@ -60,11 +50,9 @@ QByteArray RecordedRequest::header(const QByteArray &name) const {
 }
 
 bool RecordedRequest::hasHeader(const QByteArray &name) const {
-    for (const auto &[key, value] : headers) {
-        if (key.compare(name, Qt::CaseInsensitive) == 0)
-            return true;
-    }
-    return false;
+    return std::any_of(headers.cbegin(), headers.cend(), [&name](const auto &h) {
+        return h.first.compare(name, Qt::CaseInsensitive) == 0;
+    });
 }
 
 QJsonObject RecordedRequest::json() const {
@@ -72,10 +60,7 @@ QJsonObject RecordedRequest::json() const {
 }
 
 FakeReply FakeReply::json(const QByteArray &body, int status) {
-    FakeReply reply;
-    reply.status = status;
-    reply.body = body;
-    return reply;
+    return {.status = status, .body = body};
 }
 
 FakeReply FakeReply::json(const QJsonObject &object, int status) {
@@ -87,38 +72,26 @@ FakeReply FakeReply::error(int status, const QByteArray &message) {
 }
 
 FakeReply FakeReply::garbage() {
-    FakeReply reply;
-    reply.body = QByteArrayLiteral("{\"enrolled\": tru\x01\xff garbage");
-    return reply;
+    return {.body = QByteArrayLiteral("{\"enrolled\": tru\x01\xff garbage")};
 }
 
 FakeReply FakeReply::html(int status) {
-    FakeReply reply;
-    reply.status = status;
-    reply.contentType = QByteArrayLiteral("text/html; charset=utf-8");
-    reply.body = QByteArrayLiteral(
-        "<!DOCTYPE html><html><head><title>Error</title></head><body>Oops</body></html>");
-    return reply;
+    return {.status = status,
+            .body = QByteArrayLiteral("<!DOCTYPE html><html><head><title>Error</title></head>"
+                                      "<body>Oops</body></html>"),
+            .contentType = QByteArrayLiteral("text/html; charset=utf-8")};
 }
 
 FakeReply FakeReply::hang() {
-    FakeReply reply;
-    reply.kind = Kind::Hang;
-    return reply;
+    return {.kind = Kind::Hang};
 }
 
 FakeReply FakeReply::drop() {
-    FakeReply reply;
-    reply.kind = Kind::Drop;
-    return reply;
+    return {.kind = Kind::Drop};
 }
 
 FakeReply FakeReply::cut(const QByteArray &body) {
-    FakeReply reply;
-    reply.kind = Kind::Cut;
-    reply.body = body;
-    reply.contentType = QByteArrayLiteral("application/octet-stream");
-    return reply;
+    return {.kind = Kind::Cut, .body = body, .contentType = "application/octet-stream"};
 }
 
 FakeReply FakeReply::delayed(int ms) const {

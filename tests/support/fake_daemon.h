@@ -25,7 +25,7 @@ struct RecordedRequest {
     QByteArray method;
     QString path; // without the query
     QList<QPair<QByteArray, QByteArray>> headers;
-    QByteArray body;
+    QByteArray body{};
     qint64 arrivedMs = 0; // since the fake was made, monotonic
 
     // First value of a header, matched case-insensitively; empty when missing.
@@ -45,7 +45,7 @@ struct FakeReply {
 
     Kind kind = Kind::Answer;
     int status = 200;
-    QByteArray body;
+    QByteArray body{};
     QByteArray contentType = QByteArrayLiteral("application/json");
     int delayMs = 0;
 

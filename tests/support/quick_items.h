@@ -25,4 +25,13 @@ inline QStringList visibleTexts(QQuickWindow *window) {
     return texts;
 }
 
+// Clicks the visible button that says `text`, as a user would; false when there is none.
+inline bool click(QQuickWindow *window, const QString &text) {
+    for (QQuickItem *item : visualItems(window->contentItem()))
+        if (item->isVisible() && item->property("text").toString() == text &&
+            item->metaObject()->indexOfSignal("clicked()") >= 0)
+            return QMetaObject::invokeMethod(item, "clicked");
+    return false;
+}
+
 } // namespace quonbrix::test
