@@ -250,7 +250,9 @@ void CliCommandsTest::console() {
     FakePortal fake;
     fake.mode = portal;
     QVERIFY(fake.start());
-    const Result r = quonbrix({QStringLiteral("console")});
+    QProcessEnvironment debugLog;
+    debugLog.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("quonbrix.*.debug=true"));
+    const Result r = quonbrix({QStringLiteral("console")}, debugLog);
     QCOMPARE(r.code, code);
     if (code == 0)
         QCOMPARE(r.out, QStringLiteral("Opened the local console in the browser\n"));
@@ -262,7 +264,8 @@ void CliCommandsTest::console() {
              QStringLiteral("https://console.example.test/local"));
     QVERIFY(url.fragment().startsWith(QLatin1String("handoff=")));
     QVERIFY(!url.hasQuery());
-    // Whatever happened, the token is nowhere in what the command printed.
+    // Whatever happened, the token is nowhere in what the command printed, its debug log
+    // included.
     const QString token = url.fragment().mid(8);
     QVERIFY(!r.out.contains(token) && !r.err.contains(token));
 }
