@@ -18,6 +18,7 @@ namespace {
 // Hundreds of times any status the daemon sends (a busy day's is tens of kB). A longer body is
 // not read on: a daemon gone wrong cannot fill the tray's memory, and the reply is unreadable.
 constexpr qint64 kMaxBodyBytes = qint64(8) << 20;
+constexpr qint64 kReadChunkBytes = qint64(1) << 20;
 
 template <class T> Reply<T> decodeReply(const MeterClient::Transport &t) {
     Reply<T> reply;
@@ -90,7 +91,9 @@ void MeterClient::post(const QString &path, const std::optional<QByteArray> &bod
 void MeterClient::send(QNetworkReply *reply, QObject *context,
                        std::function<void(Transport)> done) const {
     QPointer<QObject> guard(context);
-    // The body is taken as it arrives, so that one past the limit is cut off early.
+    // The body is taken as it arrives, so that one past the limit is cut off early; the
+    // network side holds at most a chunk meanwhile instead of reading ahead without end.
+    reply->setReadBufferSize(kReadChunkBytes);
     auto body = std::make_shared<QByteArray>();
     auto tooLarge = std::make_shared<bool>(false);
     connect(reply, &QNetworkReply::readyRead, reply, [reply, body, tooLarge] {
