@@ -1,5 +1,6 @@
 #include "app/app_core.h"
 #include "cli/cli.h"
+#include "files/private_files.h"
 #include "log/log_categories.h"
 #include "log/log_sink.h"
 #include "platform/attention_sources.h"
@@ -15,8 +16,8 @@
 #include "ui/tray_shell.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QDBusConnection>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
@@ -35,8 +36,13 @@ QString notificationIconPath() {
     const QString dir = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
                         QStringLiteral("/quonbrix");
     const QString path = dir + QStringLiteral("/quonbrix.png");
-    if (!QFileInfo::exists(path) && QDir().mkpath(dir))
-        TrayIconRenderer::render(IconBadge::None, 4.0).save(path);
+    if (!QFileInfo::exists(path) && !files::makePrivatePath(dir)) {
+        QByteArray png;
+        QBuffer buffer(&png);
+        buffer.open(QIODevice::WriteOnly);
+        TrayIconRenderer::render(IconBadge::None, 4.0).save(&buffer, "PNG");
+        files::writeFileAtomically(path, png, 0644);
+    }
     return QFileInfo::exists(path) ? path : QString();
 }
 

@@ -521,11 +521,24 @@ private Q_SLOTS:
             << u"exit 3"_s << u"error Sign-in stopped unexpectedly (exit code 3)"_s;
         QTest::newRow("killed") << prompt + u"\nkill -9 $$"_s
                                 << u"prompt AB-CD|error Sign-in stopped unexpectedly (crashed)"_s;
+        // The real helper against the stand-in API, logging at debug; with no keyring to reach
+        // it fails at the end, after every secret has passed through it.
+        QTest::newRow("the real helper, logging at debug")
+            << u"QT_LOGGING_RULES='quonbrix.*.debug=true' QUON_ACCOUNT_API_BASE=$API HOME=$HOME "
+               "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent "
+               "exec " QUONBRIX_BIN_DIR "/quonbrix-signin --events 2>$HOME/log"_s
+            << u"prompt WDJB-MJHT|error "_s + tokens::saveFailed;
     }
     void signInProcessReports() {
         QFETCH(QString, script);
         QFETCH(QString, reported);
         QTemporaryDir dir;
+        FakeDaemon api;
+        api.setReply(kStart, FakeReply::json(with(startBody(), "interval", 1)));
+        api.enqueue(kPoll, pollError("authorization_pending"));
+        api.setReply(kPoll, tokensReply());
+        api.setReply(kUserInfo, FakeReply::json(QJsonObject{{u"org_id"_s, u"org_1"_s}}));
+        script.replace(u"$API"_s, api.base()).replace(u"$HOME"_s, dir.path());
         const QString program = dir.filePath(u"quonbrix"_s);
         QFile file(program);
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -536,9 +549,32 @@ private Q_SLOTS:
         QStringList seen;
         process.run([&](const EnrollPrompt &p) { seen << u"prompt "_s + p.userCode; },
                     [&] { seen << u"done"_s; }, [&](const QString &m) { seen << u"error "_s + m; });
-        QTRY_VERIFY(seen.join(u'|').contains(u"done"_s) || seen.join(u'|').contains(u"error"_s));
+        // No secret on any command line while it runs, nor in its log.
+        const QList<QByteArray> secrets{kDeviceCode.toUtf8(), kAccess.toUtf8(), kRefresh.toUtf8()};
+        QStringList exposed;
+        QTimer argvScan;
+        connect(&argvScan, &QTimer::timeout, this, [&] {
+            for (const QString &pid : QDir(u"/proc"_s).entryList({u"[0-9]*"_s}, QDir::Dirs)) {
+                QFile cmdline(u"/proc/%1/cmdline"_s.arg(pid));
+                const QByteArray argv = cmdline.open(QIODevice::ReadOnly) ? cmdline.readAll() : "";
+                for (const QByteArray &secret : secrets)
+                    if (argv.contains(secret))
+                        exposed << QString::fromUtf8(argv);
+            }
+        });
+        argvScan.start(10);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            seen.join(u'|').contains(u"done"_s) || seen.join(u'|').contains(u"error"_s), 10000);
+        argvScan.stop();
         QTest::qWait(100); // nothing more comes
         QCOMPARE(seen.join(u'|'), reported);
+        QCOMPARE(exposed, QStringList());
+        if (!script.contains(u"quonbrix-signin"_s))
+            return;
+        const QByteArray log = readAll(dir.filePath(u"log"_s));
+        QVERIFY2(log.contains("[QuonBrix] sign-in: approval pending"), log.constData());
+        for (const QByteArray &secret : secrets)
+            QVERIFY2(!log.contains(secret), log.constData());
     }
 };
 

@@ -172,7 +172,8 @@ void FormattingTest::relative_data() {
                                                       {-3 * 86400, "3 days ago"},
                                                       {14 * 86400, "in 2 wk."},
                                                       {62 * 86400, "in 2 mo."},
-                                                      {400 * 86400, "in 1 yr."}};
+                                                      {400 * 86400, "in 1 yr."},
+                                                      {1e60, "—"}};
     for (const auto &[offset, text] : rows)
         QTest::addRow("%s", text) << offset << QString::fromUtf8(text);
 }
@@ -208,6 +209,8 @@ void FormattingTest::expiryStamp_data() {
     QTest::newRow("Berlin, German, day before month")
         << QStringLiteral("de_DE") << QByteArray("Europe/Berlin")
         << QStringLiteral("2026-11-25T00:05:00Z") << QStringLiteral("25.11. 01:05 CET");
+    QTest::newRow("past any calendar") << QStringLiteral("en_US") << QByteArray("UTC")
+                                       << QStringLiteral("1e300") << QStringLiteral("—");
 }
 
 void FormattingTest::expiryStamp() {
@@ -218,7 +221,8 @@ void FormattingTest::expiryStamp() {
     const QTimeZone tz(zone);
     QVERIFY(tz.isValid());
     const QDateTime at = QDateTime::fromString(instant, Qt::ISODate);
-    QCOMPARE(localResetCreditExpiry(double(at.toMSecsSinceEpoch()), QLocale(locale), tz), text);
+    const double ms = at.isValid() ? double(at.toMSecsSinceEpoch()) : instant.toDouble();
+    QCOMPARE(localResetCreditExpiry(ms, QLocale(locale), tz), text);
 }
 
 void FormattingTest::resetCreditsHelp_data() {

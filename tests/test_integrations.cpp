@@ -483,12 +483,27 @@ void IntegrationsTest::codexInstall_data() {
                                                         "url='http://example'\n"
                                                         "\n" +
                                                             codexBlockText;
+    QTest::newRow("indented headers")
+        << QByteArray(
+               "  [ mcp_servers . quon-brix ]\nurl = \"old\"\n\t[profiles.fast]\nmodel = 1\n")
+        << InstallResult::Kind::Updated << "\t[profiles.fast]\nmodel = 1\n\n" + codexBlockText;
     QTest::newRow("CRLF") << QByteArray("model = \"o3\"\r\n"
                                         "[mcp_servers.quon-brix]\r\n"
                                         "url = \"old\"\r\n")
                           << InstallResult::Kind::Updated
                           << "model = \"o3\"\r\n\r\n" +
                                  QByteArray(codexBlockText).replace("\n", "\r\n");
+    QTest::newRow("blank CRLF line on top of LF lines: the kept lines' LF")
+        << QByteArray("\r\n# a\n# b") << InstallResult::Kind::Added
+        << "# a\n# b\n\n" + codexBlockText;
+    // The first header is a string's line (the string ends in two quotes of its own), and ours
+    // does not end at the line of another string.
+    const QByteArray strings("notes = \"\"\"\n[mcp_servers.quon-brix]\na\\\"\"\"\"\"\n"
+                             "[mcp_servers.quon-brix.x]\nk = '''\n[x]'''\n");
+    QTest::newRow("a header's words inside a multi-line string stay there")
+        << strings << InstallResult::Kind::Updated
+        << QByteArray("notes = \"\"\"\n[mcp_servers.quon-brix]\na\\\"\"\"\"\"\n\n") +
+               codexBlockText;
     QTest::newRow("no final line break")
         << QByteArray("model = \"o3\"") << InstallResult::Kind::Added
         << "model = \"o3\"\n\n" + codexBlockText;
@@ -502,6 +517,10 @@ void IntegrationsTest::codexInstall_data() {
     QTest::newRow("inline form under [mcp_servers]")
         << QByteArray("[mcp_servers]\nquon-brix = { url = \"http://127.0.0.1:8510/mcp\" }\n")
         << InstallResult::Kind::Failed << QByteArray(" would not be valid TOML — left unchanged.");
+    QTest::newRow("servers as an array of tables")
+        << QByteArray("[[mcp_servers]]\nname = \"x\"\n") << InstallResult::Kind::Failed
+        << QByteArray(
+               " keeps its MCP servers in a form this install cannot edit — left unchanged.");
 }
 
 void IntegrationsTest::codexInstall() {

@@ -196,6 +196,13 @@ void MeterClientTest::statusFailuresAreAbsent_data() {
     QTest::newRow("200 JSON array") << FakeReply::json(QByteArray("[]")) << false << unreadable;
     QTest::newRow("200 status without consent")
         << FakeReply::json(noConsent) << false << unreadable;
+    // Hostile but well-formed: past the size limit (read no further), past Qt's nesting limit.
+    QJsonObject padded = test::minimalStatus();
+    padded.insert(QStringLiteral("padding"), QString(9 << 20, u'x'));
+    QTest::newRow("200 valid status of 9 MiB") << FakeReply::json(padded) << false << unreadable;
+    QByteArray deep = QJsonDocument(test::minimalStatus()).toJson(QJsonDocument::Compact);
+    deep.insert(1, "\"deep\":" + QByteArray(10'000, '[') + QByteArray(10'000, ']') + ',');
+    QTest::newRow("200 status nested 10,000 deep") << FakeReply::json(deep) << false << unreadable;
     QTest::newRow("port closed") << FakeReply() << true << unreachable;
     QTest::newRow("connection dropped unanswered") << FakeReply::drop() << false << unreachable;
     QTest::newRow("no answer within the time-out") << FakeReply::hang() << false << unreachable;

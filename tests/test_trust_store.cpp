@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <sys/stat.h>
+#include <sys/time.h>
 
 using namespace quonbrix;
 using namespace std::chrono_literals;
@@ -299,14 +300,18 @@ private Q_SLOTS:
     void writtenFileIsPrivate_data() {
         QTest::addColumn<bool>("existing");
         QTest::addColumn<bool>("inHelper"); // built the app's way, by quonbrix-truststore
-        QTest::newRow("first run creates the directory") << false << false;
-        QTest::newRow("a later run replaces a looser file in a looser directory") << true << false;
-        QTest::newRow("the helper writes the same bytes the same way") << true << true;
+        QTest::addColumn<bool>("linked");   // the private directory a symlink to a folder
+        QTest::newRow("first run creates the directory") << false << false << false;
+        QTest::newRow("a later run replaces a looser file in a looser directory")
+            << true << false << false;
+        QTest::newRow("the helper writes the same bytes the same way") << true << true << false;
+        QTest::newRow("a private directory linked elsewhere (dotfiles)") << true << true << true;
     }
 
     void writtenFileIsPrivate() {
         QFETCH(bool, existing);
         QFETCH(bool, inHelper);
+        QFETCH(bool, linked);
         const QString dir = freshDir();
         TrustStoreSources s;
         s.systemBundles = {dir + QStringLiteral("/system.crt")};
@@ -316,8 +321,11 @@ private Q_SLOTS:
         QVERIFY(writeFile(s.extraAnchorsDir + QStringLiteral("/corp.pem"), rootsJoined(45, 15)));
         s.outputDir = dir + QStringLiteral("/private");
         const QString target = s.outputDir + QStringLiteral("/trust-store.pem");
+        const QString real = linked ? dir + QStringLiteral("/dotfiles") : s.outputDir;
+        if (linked)
+            QVERIFY(QFile::link(real, s.outputDir));
         if (existing) {
-            QVERIFY(QDir().mkdir(s.outputDir));
+            QVERIFY(QDir().mkdir(real));
             QVERIFY(writeFile(target, "old bundle\n"));
             QVERIFY(::chmod(QFile::encodeName(target).constData(), 0644) == 0);
             QVERIFY(::chmod(QFile::encodeName(s.outputDir).constData(), 0755) == 0);
@@ -330,7 +338,8 @@ private Q_SLOTS:
         QCOMPARE(built, std::optional<QString>(target));
         QCOMPARE(readAll(target), rootsJoined(0, 60));
         QCOMPARE(modeOf(target), 0600);
-        QCOMPARE(modeOf(s.outputDir), 0700);
+        QCOMPARE(modeOf(real), 0700);
+        QCOMPARE(QFileInfo(s.outputDir).isSymLink(), linked);
         // Nothing half-written left behind next to it.
         QCOMPARE(
             QDir(s.outputDir).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
@@ -339,16 +348,22 @@ private Q_SLOTS:
 
     void failureKeepsThePreviousBundle_data() {
         QTest::addColumn<QByteArray>("system");
+        QTest::addColumn<bool>("killedAtRename"); // the helper dies between write and rename
         QTest::addColumn<QString>("logStart");
         QTest::newRow("a bundle that does not parse")
-            << QByteArray("not a bundle\n")
+            << QByteArray("not a bundle\n") << false
             << QStringLiteral("[QuonBrix] brixd trust-store: openssl normalize unavailable");
         QTest::newRow("too few certificates")
-            << rootsJoined(0, 10) << QStringLiteral("[QuonBrix] brixd trust-store: only 10 certs");
+            << rootsJoined(0, 10) << false
+            << QStringLiteral("[QuonBrix] brixd trust-store: only 10 certs");
+        QTest::newRow("the writer killed before its rename")
+            << rootsJoined(0, 60) << true
+            << QStringLiteral("[QuonBrix] brixd trust-store: helper crashed (signal 9)");
     }
 
     void failureKeepsThePreviousBundle() {
         QFETCH(QByteArray, system);
+        QFETCH(bool, killedAtRename);
         QFETCH(QString, logStart);
         const QString dir = freshDir();
         TrustStoreSources s;
@@ -359,11 +374,33 @@ private Q_SLOTS:
         const QString target = s.outputDir + QStringLiteral("/trust-store.pem");
         QVERIFY(writeFile(target, rootsJoined(0, 55)));
 
-        QVERIFY(!truststore::build(s));
+        QProcessEnvironment killer = QProcessEnvironment::systemEnvironment();
+        killer.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(QUONBRIX_KILL_AT_RENAME));
+        // The preloaded library has no sanitizer runtime of its own.
+        killer.insert(QStringLiteral("ASAN_OPTIONS"),
+                      qEnvironmentVariable("ASAN_OPTIONS") +
+                          QStringLiteral(":verify_asan_link_order=0"));
+        QVERIFY(!(killedAtRename
+                      ? truststore::buildInChild(QStringLiteral(QUONBRIX_BIN_DIR), s, killer, 10s)
+                      : truststore::build(s)));
         QCOMPARE(readAll(target), rootsJoined(0, 55));
         const QStringList lines = m_log->lines(kCategory);
         QCOMPARE(lines.size(), 1);
         QVERIFY2(lines[0].startsWith(logStart), qPrintable(lines[0]));
+        if (!killedAtRename)
+            return;
+        // What the killed writer left is cleared by a later write, once it is an hour old.
+        const QDir out(s.outputDir);
+        const QStringList left =
+            out.entryList({QStringLiteral(".trust-store.pem.*")}, QDir::Hidden | QDir::Files);
+        QCOMPARE(left.size(), 1);
+        const QByteArray leftPath = QFile::encodeName(out.filePath(left[0]));
+        const struct timeval hoursAgo[2] = {{::time(nullptr) - 7200, 0},
+                                            {::time(nullptr) - 7200, 0}};
+        QCOMPARE(::utimes(leftPath.constData(), hoursAgo), 0);
+        QVERIFY(truststore::build(s));
+        QCOMPARE(out.entryList(QDir::Hidden | QDir::Files),
+                 QStringList{QStringLiteral("trust-store.pem")});
     }
 
     void unwritableDestination_data() {

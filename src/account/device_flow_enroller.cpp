@@ -99,6 +99,47 @@ void realWait(std::chrono::seconds delay, QObject *context, std::function<void()
 
 } // namespace
 
+namespace deviceflow {
+
+std::optional<Started> readStart(const QJsonObject &o) {
+    const std::optional<QString> code = stringValue(o, QStringLiteral("device_code"));
+    const std::optional<QString> userCode = stringValue(o, QStringLiteral("user_code"));
+    std::optional<QString> page = stringValue(o, QStringLiteral("verification_uri_complete"));
+    if (!page)
+        page = stringValue(o, QStringLiteral("verification_uri"));
+    if (!code || !userCode || !page)
+        return std::nullopt;
+    const qint64 lifetime =
+        integerValue(o.value(QStringLiteral("expires_in"))).value_or(kDefaultLifetimeSeconds);
+    const qint64 interval = std::max<qint64>(
+        1, integerValue(o.value(QStringLiteral("interval"))).value_or(kDefaultIntervalSeconds));
+    return Started{*code, *userCode, *page, lifetime, interval};
+}
+
+PollAnswer readPoll(int status, const QJsonObject &o) {
+    const std::optional<QString> access = stringValue(o, QStringLiteral("access_token"));
+    const std::optional<QString> refresh = stringValue(o, QStringLiteral("refresh_token"));
+    if (status == 200 && access && refresh)
+        return {PollAnswer::Kind::Approved, *access, *refresh, {}};
+    const std::optional<QString> error = stringValue(o, QStringLiteral("error"));
+    if (!error)
+        return {PollAnswer::Kind::Failed,
+                {},
+                {},
+                QStringLiteral("Sign-in failed (HTTP %1)").arg(status)};
+    if (*error == QLatin1String("authorization_pending"))
+        return {PollAnswer::Kind::Pending, {}, {}, {}};
+    if (*error == QLatin1String("slow_down"))
+        return {PollAnswer::Kind::SlowDown, {}, {}, {}};
+    if (*error == QLatin1String("expired_token"))
+        return {PollAnswer::Kind::Failed, {}, {}, kExpired};
+    if (*error == QLatin1String("access_denied"))
+        return {PollAnswer::Kind::Failed, {}, {}, QStringLiteral("Sign-in was denied.")};
+    return {PollAnswer::Kind::Failed, {}, {}, QStringLiteral("Sign-in error: ") + *error};
+}
+
+} // namespace deviceflow
+
 // One sign-in from start to end. Deleting it cancels it: its timers and callbacks are bound to
 // it, and its network request is aborted.
 struct DeviceFlowEnroller::Run : QObject {
@@ -159,29 +200,23 @@ struct DeviceFlowEnroller::Run : QObject {
         if (!answer.is2xx())
             return fail(QStringLiteral("Sign-in failed to start (HTTP %1)").arg(answer.status));
 
-        const QJsonObject &o = answer.object;
-        const std::optional<QString> code = stringValue(o, QStringLiteral("device_code"));
-        const std::optional<QString> userCode = stringValue(o, QStringLiteral("user_code"));
-        std::optional<QString> url = stringValue(o, QStringLiteral("verification_uri_complete"));
-        if (!url)
-            url = stringValue(o, QStringLiteral("verification_uri"));
-        if (!code || !userCode || !url)
+        const std::optional<deviceflow::Started> start = deviceflow::readStart(answer.object);
+        if (!start)
             return fail(kMalformedStart);
-        const qint64 lifetime =
-            integerValue(o.value(QStringLiteral("expires_in"))).value_or(kDefaultLifetimeSeconds);
-        interval = std::max<qint64>(
-            1, integerValue(o.value(QStringLiteral("interval"))).value_or(kDefaultIntervalSeconds));
-        deviceCode = *code;
+        const qint64 lifetime = start->lifetimeSeconds;
+        interval = start->intervalSeconds;
+        deviceCode = start->deviceCode;
+        const QString &userCode = start->userCode;
 
         const QString page =
-            rewriteVerificationForLocalDev(*url, apiBase, *userCode, owner->m_options.env);
+            rewriteVerificationForLocalDev(start->page, apiBase, userCode, owner->m_options.env);
         qCInfo(lcAccount).noquote()
             << QStringLiteral("[QuonBrix] sign-in: waiting for approval in the browser (code "
                               "valid for %1 s, polling every %2 s)")
                    .arg(lifetime)
                    .arg(interval);
         QPointer<Run> self(this);
-        onPrompt(EnrollPrompt{*userCode, page, page, lifetime});
+        onPrompt(EnrollPrompt{userCode, page, page, lifetime});
         if (!self || cancelled)
             return; // the prompt's handler started another sign-in or cancelled this one
         deadlineMs = owner->m_options.clock->nowMs() + double(lifetime) * 1000.0;
@@ -215,31 +250,22 @@ struct DeviceFlowEnroller::Run : QObject {
         if (answer.status < 0)
             return fail(QStringLiteral("Sign-in poll got a non-HTTP response"));
 
-        const QJsonObject &o = answer.object;
-        const std::optional<QString> access = stringValue(o, QStringLiteral("access_token"));
-        const std::optional<QString> refresh = stringValue(o, QStringLiteral("refresh_token"));
-        if (answer.status == 200 && access && refresh)
-            return resolveAccount(*access, *refresh);
-
-        const std::optional<QString> error = stringValue(o, QStringLiteral("error"));
-        if (!error)
-            return fail(QStringLiteral("Sign-in failed (HTTP %1)").arg(answer.status));
-        if (*error == QLatin1String("authorization_pending")) {
+        const deviceflow::PollAnswer poll = deviceflow::readPoll(answer.status, answer.object);
+        switch (poll.kind) {
+        case deviceflow::PollAnswer::Kind::Approved:
+            return resolveAccount(poll.access, poll.refresh);
+        case deviceflow::PollAnswer::Kind::Pending:
             qCDebug(lcAccount).noquote() << QStringLiteral("[QuonBrix] sign-in: approval pending");
             return waitThenPoll();
-        }
-        if (*error == QLatin1String("slow_down")) {
+        case deviceflow::PollAnswer::Kind::SlowDown:
             interval += kSlowDownStepSeconds;
             qCDebug(lcAccount).noquote()
                 << QStringLiteral("[QuonBrix] sign-in: asked to slow down, polling every %1 s")
                        .arg(interval);
             return waitThenPoll();
+        case deviceflow::PollAnswer::Kind::Failed:
+            return fail(poll.message);
         }
-        if (*error == QLatin1String("expired_token"))
-            return fail(kExpired);
-        if (*error == QLatin1String("access_denied"))
-            return fail(QStringLiteral("Sign-in was denied."));
-        fail(QStringLiteral("Sign-in error: ") + *error);
     }
 
     // Which account approved.

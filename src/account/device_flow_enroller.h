@@ -11,8 +11,36 @@
 #include <functional>
 
 class QNetworkAccessManager;
+class QJsonObject;
 
 namespace quonbrix {
+
+// The account API's answers, read apart from the network so that any body can be tried on them.
+namespace deviceflow {
+
+// /device/start: the code to poll with, the code and page to show, and the timing in seconds
+// (900 and 5 when absent or not whole numbers; the interval at least 1). Absent when a string
+// is missing.
+struct Started {
+    QString deviceCode;
+    QString userCode;
+    QString page; // verification_uri_complete, else verification_uri
+    qint64 lifetimeSeconds = 0;
+    qint64 intervalSeconds = 0;
+};
+std::optional<Started> readStart(const QJsonObject &answer);
+
+// One /device/poll answer: both tokens, wait on, wait longer, or the message to end with.
+struct PollAnswer {
+    enum class Kind { Approved, Pending, SlowDown, Failed };
+    Kind kind = Kind::Failed;
+    QString access;
+    QString refresh;
+    QString message; // Failed only
+};
+PollAnswer readPoll(int httpStatus, const QJsonObject &answer);
+
+} // namespace deviceflow
 
 // Signs this computer in to the account service with the OAuth device flow: shows a code and a
 // page, polls until the user approves in the browser, looks the account up, stores both tokens

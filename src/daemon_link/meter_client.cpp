@@ -9,16 +9,29 @@
 #include <QNetworkReply>
 #include <QTimer>
 #include <QUuid>
+#include <memory>
 
 namespace quonbrix {
 
 namespace {
+
+// Hundreds of times any status the daemon sends (a busy day's is tens of kB). A longer body is
+// not read on: a daemon gone wrong cannot fill the tray's memory, and the reply is unreadable.
+constexpr qint64 kMaxBodyBytes = qint64(8) << 20;
+constexpr qint64 kReadChunkBytes = qint64(1) << 20;
 
 template <class T> Reply<T> decodeReply(const MeterClient::Transport &t) {
     Reply<T> reply;
     if (!t.answered) {
         reply.failure = ReplyFailure::Unreachable;
         reply.detail = t.error;
+        return reply;
+    }
+    if (t.tooLarge) {
+        reply.failure = ReplyFailure::Unreadable;
+        reply.detail = QStringLiteral("HTTP %1, a body of more than %2 bytes")
+                           .arg(t.httpStatus)
+                           .arg(kMaxBodyBytes);
         return reply;
     }
     reply.value = json::decode<T>(t.body, &reply.detail);
@@ -78,24 +91,43 @@ void MeterClient::post(const QString &path, const std::optional<QByteArray> &bod
 void MeterClient::send(QNetworkReply *reply, QObject *context,
                        std::function<void(Transport)> done) const {
     QPointer<QObject> guard(context);
-    connect(reply, &QNetworkReply::finished, reply, [reply, guard, done = std::move(done)] {
-        reply->deleteLater();
-        if (!guard)
+    // The body is taken as it arrives, so that one past the limit is cut off early; the
+    // network side holds at most a chunk meanwhile instead of reading ahead without end.
+    reply->setReadBufferSize(kReadChunkBytes);
+    auto body = std::make_shared<QByteArray>();
+    auto tooLarge = std::make_shared<bool>(false);
+    connect(reply, &QNetworkReply::readyRead, reply, [reply, body, tooLarge] {
+        if (*tooLarge)
             return;
-        Transport t;
-        const QVariant code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        // Error codes below 100 are transport failures (refused, reset, timed out, cancelled);
-        // HTTP error statuses still carry a body that the caller decodes or rejects.
-        const bool transportFailed =
-            reply->error() != QNetworkReply::NoError && int(reply->error()) < 100;
-        t.answered = code.isValid() && !transportFailed;
-        t.httpStatus = code.toInt();
-        if (t.answered)
-            t.body = reply->readAll();
-        else
-            t.error = reply->errorString();
-        done(std::move(t));
+        if (body->size() + reply->bytesAvailable() > kMaxBodyBytes) {
+            *tooLarge = true;
+            body->clear();
+            reply->abort();
+            return;
+        }
+        body->append(reply->readAll());
     });
+    connect(reply, &QNetworkReply::finished, reply,
+            [reply, guard, body, tooLarge, done = std::move(done)] {
+                reply->deleteLater();
+                if (!guard)
+                    return;
+                Transport t;
+                const QVariant code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+                // Error codes below 100 are transport failures (refused, reset, timed out,
+                // cancelled); HTTP error statuses still carry a body that the caller decodes or
+                // rejects. An answer cut off for its length was an answer.
+                const bool transportFailed =
+                    reply->error() != QNetworkReply::NoError && int(reply->error()) < 100;
+                t.httpStatus = code.toInt();
+                t.tooLarge = *tooLarge;
+                t.answered = code.isValid() && (!transportFailed || t.tooLarge);
+                if (t.answered && !t.tooLarge)
+                    t.body = *body + reply->readAll();
+                else if (!t.answered)
+                    t.error = reply->errorString();
+                done(std::move(t));
+            });
 }
 
 void MeterClient::status(QObject *context, std::function<void(Reply<DaemonStatus>)> done) const {

@@ -68,7 +68,8 @@ public:
     static QString newIdempotencyKey();
 
     struct Transport {
-        bool answered = false; // an HTTP reply arrived in full
+        bool answered = false; // an HTTP reply arrived in full, or was cut off for its length
+        bool tooLarge = false;
         int httpStatus = 0;
         QByteArray body;
         QString error;

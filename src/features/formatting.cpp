@@ -76,9 +76,12 @@ QString relativeTime(double epochMs, const QDateTime &now) {
     for (const Unit &unit : units) {
         if (magnitude < unit.seconds)
             continue;
-        const qint64 count = qint64(magnitude / unit.seconds);
-        const QString amount =
-            QString::number(count) + u' ' + QString::fromLatin1(count == 1 ? unit.one : unit.many);
+        // More years than an integer holds: no figure to give.
+        const std::optional<qint64> count = truncToInt64(magnitude / unit.seconds);
+        if (!count)
+            return QStringLiteral("—");
+        const QString amount = QString::number(*count) + u' ' +
+                               QString::fromLatin1(*count == 1 ? unit.one : unit.many);
         return delta > 0 ? QStringLiteral("in ") + amount : amount + QStringLiteral(" ago");
     }
     return QStringLiteral("now");
@@ -120,7 +123,10 @@ QString hourMinuteFormat(const QLocale &locale) {
 } // namespace
 
 QString localResetCreditExpiry(double epochMs, const QLocale &locale, const QTimeZone &zone) {
-    const QDateTime at = QDateTime::fromMSecsSinceEpoch(qint64(epochMs), zone);
+    const std::optional<qint64> ms = truncToInt64(epochMs);
+    const QDateTime at = ms ? QDateTime::fromMSecsSinceEpoch(*ms, zone) : QDateTime();
+    if (!at.isValid())
+        return QStringLiteral("—");
     const QString stamp =
         locale.toString(at, monthDayFormat(locale) + u' ' + hourMinuteFormat(locale));
     QString name = zone.abbreviation(at);

@@ -26,12 +26,23 @@ const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimit
     return best;
 }
 
-std::optional<qint64> roundToInt64(double x) {
-    const double r = std::round(x);
+namespace {
+
+std::optional<qint64> toInt64(double whole) {
     // 2^63 is exactly representable; anything at or beyond it (or NaN) does not fit.
-    if (!(r >= -9223372036854775808.0 && r < 9223372036854775808.0))
+    if (!(whole >= -9223372036854775808.0 && whole < 9223372036854775808.0))
         return std::nullopt;
-    return qint64(r);
+    return qint64(whole);
+}
+
+} // namespace
+
+std::optional<qint64> roundToInt64(double x) {
+    return toInt64(std::round(x));
+}
+
+std::optional<qint64> truncToInt64(double x) {
+    return toInt64(std::trunc(x));
 }
 
 bool isCodexFiveHourWindow(const ProviderLimitSnapshot &snapshot) {
@@ -73,16 +84,10 @@ std::vector<ProviderLimitGroup> groupProviderLimits(const std::vector<ProviderLi
 }
 
 QString limitIdentityKey(const ProviderLimitSnapshot &snapshot) {
-    QString reset;
-    std::optional<double> minutes;
-    if (snapshot.resetsAtMs)
-        minutes = std::trunc(*snapshot.resetsAtMs / 60000.0);
-    // Out of range (or NaN) would be undefined to convert; such a reading keys like one
-    // without a reset instant.
-    if (minutes && *minutes >= -9223372036854775808.0 && *minutes < 9223372036854775808.0)
-        reset = QString::number(qint64(*minutes));
-    else
-        reset = snapshot.period.value_or(QString());
+    // A reset instant out of any integer's range keys like a reading without one.
+    const std::optional<qint64> minutes =
+        snapshot.resetsAtMs ? truncToInt64(*snapshot.resetsAtMs / 60000.0) : std::nullopt;
+    const QString reset = minutes ? QString::number(*minutes) : snapshot.period.value_or(QString());
     return snapshot.source + u'|' + snapshot.window + u'|' +
            snapshot.scopeLabel.value_or(QString()) + u'|' + reset;
 }

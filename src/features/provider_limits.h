@@ -15,6 +15,8 @@ const ProviderLimitSnapshot *highestFreshReading(const std::vector<ProviderLimit
 // x rounded to the nearest integer, halves away from zero; absent when x is not finite or the
 // result does not fit in 64 bits. Daemon figures go through this before any integer cast.
 std::optional<qint64> roundToInt64(double x);
+// x with its fraction dropped, absent likewise.
+std::optional<qint64> truncToInt64(double x);
 
 // The Codex 5-hour window: listed, but it never decides the headline or raises an alert.
 bool isCodexFiveHourWindow(const ProviderLimitSnapshot &snapshot);

@@ -1,5 +1,6 @@
 #include "files/private_files.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -62,10 +63,24 @@ struct AsRead {
     const QByteArray &bytes;
 };
 
+// Temporary files of ours that a writer killed before its rename left behind: they may hold a
+// token. One an hour old is no other writer's work in progress.
+void removeLeftovers(const QFileInfo &target) {
+    const QString prefix = u'.' + target.fileName() + u'.';
+    const QDir dir = target.absoluteDir();
+    const QDateTime hourAgo = QDateTime::currentDateTimeUtc().addSecs(-3600);
+    for (const QFileInfo &left :
+         dir.entryInfoList({prefix + QStringLiteral("??????")}, QDir::Files | QDir::Hidden)) {
+        if (!left.isSymLink() && left.ownerId() == ::getuid() && left.lastModified() < hourAgo)
+            QFile::remove(left.absoluteFilePath());
+    }
+}
+
 GuardedWrite replace(const QString &path, const QByteArray &bytes, mode_t mode,
                      const AsRead *readAs, QString &failure) {
     const QFileInfo info(path);
     const QByteArray native = QFile::encodeName(path);
+    removeLeftovers(info);
     QByteArray temp = QFile::encodeName(info.absolutePath()) + "/." +
                       QFile::encodeName(info.fileName()) + ".XXXXXX";
     const int fd = ::mkostemp(temp.data(), O_CLOEXEC);

@@ -18,17 +18,77 @@ namespace {
 
 // The headers of tables, as the lines they are on. ^ and $ see LF, CR and CRLF alike, so CRLF
 // files match as LF files do. Made for each edit: edits may run on several threads at once.
+// TOML allows blanks before a header and around its dots and brackets.
 struct Headers {
     QRegularExpression ours{
-        QStringLiteral(R"((*ANYCRLF)^\[mcp_servers\.(?:quon-brix|"quon-brix"|'quon-brix')\])"
-                       R"([ \t]*(?:#[^\r\n]*)?$)"),
+        QStringLiteral(R"((*ANYCRLF)^[ \t]*\[[ \t]*mcp_servers[ \t]*\.[ \t]*)"
+                       R"((?:quon-brix|"quon-brix"|'quon-brix')[ \t]*\][ \t]*(?:#[^\r\n]*)?$)"),
         QRegularExpression::MultilineOption};
     QRegularExpression oursSub{
-        QStringLiteral(R"((*ANYCRLF)^\[mcp_servers\.(?:quon-brix|"quon-brix"|'quon-brix')\.)"),
+        QStringLiteral(R"((*ANYCRLF)^[ \t]*\[[ \t]*mcp_servers[ \t]*\.[ \t]*)"
+                       R"((?:quon-brix|"quon-brix"|'quon-brix')[ \t]*\.)"),
         QRegularExpression::MultilineOption};
-    QRegularExpression any{QStringLiteral(R"((*ANYCRLF)^\[[^\]\r\n]+\])"),
+    QRegularExpression any{QStringLiteral(R"((*ANYCRLF)^[ \t]*\[[^\]\r\n]+\])"),
                            QRegularExpression::MultilineOption};
 };
+
+using Spans = std::vector<std::pair<qsizetype, qsizetype>>;
+
+// Where the multi-line strings of a valid TOML text lie: a line in one that reads like a table
+// header is the string's content, and cutting there would change the value.
+Spans multiLineStrings(const QString &text) {
+    Spans spans;
+    const qsizetype n = text.size();
+    const auto runOf = [&](qsizetype i, QChar quote) {
+        qsizetype j = i;
+        while (j < n && text[j] == quote)
+            ++j;
+        return j - i;
+    };
+    for (qsizetype i = 0; i < n;) {
+        const QChar c = text[i];
+        if (c == u'#') {
+            while (i < n && text[i] != u'\n')
+                ++i;
+            continue;
+        }
+        if (c != u'"' && c != u'\'') {
+            ++i;
+            continue;
+        }
+        const bool basic = c == u'"';
+        if (runOf(i, c) >= 3) {
+            const qsizetype start = i;
+            i += 3;
+            while (i < n) {
+                if (basic && text[i] == u'\\') {
+                    i += 2;
+                } else if (text[i] == c) {
+                    const qsizetype run = runOf(i, c);
+                    i += run; // up to two quotes before the closing three are content
+                    if (run >= 3)
+                        break;
+                } else {
+                    ++i;
+                }
+            }
+            spans.emplace_back(start, std::min(i, n));
+            continue;
+        }
+        for (++i; i < n && text[i] != c && text[i] != u'\n'; ++i)
+            if (basic && text[i] == u'\\')
+                ++i;
+        ++i;
+    }
+    return spans;
+}
+
+bool inString(const Spans &strings, qsizetype at) {
+    const auto after =
+        std::upper_bound(strings.cbegin(), strings.cend(), at,
+                         [](qsizetype pos, const auto &span) { return pos < span.first; });
+    return after != strings.cbegin() && at < std::prev(after)->second;
+}
 
 std::optional<toml::table> parseToml(const QByteArray &bytes) {
     try {
@@ -51,16 +111,16 @@ bool isBlankOrComment(QStringView line) {
 // The table whose header line starts at `start`: up to the next header that is not one of our
 // sub-tables, less the comments and blank lines it ends with, which belong to what follows.
 std::pair<qsizetype, qsizetype> tableRange(const Headers &re, const QString &text,
-                                           qsizetype start) {
+                                           const Spans &strings, qsizetype start) {
     const qsizetype bodyStart = lineEnd(text, start);
     qsizetype end = text.size();
     auto headers = re.any.globalMatch(text, bodyStart);
     while (headers.hasNext()) {
         const qsizetype at = headers.next().capturedStart();
-        if (re.oursSub
-                .match(text, at, QRegularExpression::NormalMatch,
-                       QRegularExpression::AnchorAtOffsetMatchOption)
-                .hasMatch())
+        if (inString(strings, at) || re.oursSub
+                                         .match(text, at, QRegularExpression::NormalMatch,
+                                                QRegularExpression::AnchorAtOffsetMatchOption)
+                                         .hasMatch())
             continue;
         end = at;
         break;
@@ -73,6 +133,12 @@ std::pair<qsizetype, qsizetype> tableRange(const Headers &re, const QString &tex
         line = next;
     }
     return {start, keptUpTo};
+}
+
+// CRLF or LF, as the first line break of `text` is; LF without one.
+QString firstLineEnding(const QString &text) {
+    const qsizetype lf = text.indexOf(u'\n');
+    return lf > 0 && text.at(lf - 1) == u'\r' ? QStringLiteral("\r\n") : QStringLiteral("\n");
 }
 
 // Without white space at the end, nor the blank lines it starts with.
@@ -113,25 +179,23 @@ struct CodexEdit {
 
 CodexEdit editCodexText(const QString &text, const QString &block) {
     const Headers re;
-    std::vector<std::pair<qsizetype, qsizetype>> ranges;
+    const Spans strings = multiLineStrings(text);
+    Spans ranges;
     for (const QRegularExpression *header : {&re.ours, &re.oursSub}) {
         auto matches = header->globalMatch(text);
-        while (matches.hasNext())
-            ranges.push_back(tableRange(re, text, matches.next().capturedStart()));
+        while (matches.hasNext()) {
+            const qsizetype at = matches.next().capturedStart();
+            if (!inString(strings, at))
+                ranges.push_back(tableRange(re, text, strings, at));
+        }
     }
     std::sort(ranges.begin(), ranges.end());
 
-    const qsizetype firstBreak = text.indexOf(u'\n');
-    const QString eol = firstBreak > 0 && text.at(firstBreak - 1) == u'\r' ? QStringLiteral("\r\n")
-                                                                           : QStringLiteral("\n");
-    QString kept;
+    QStringList pieces;
     auto keep = [&](qsizetype from, qsizetype to) {
         const QString piece = trimmedPiece(QStringView(text).mid(from, to - from));
-        if (piece.isEmpty())
-            return;
-        if (!kept.isEmpty())
-            kept += eol + eol;
-        kept += piece;
+        if (!piece.isEmpty())
+            pieces << piece;
     };
     qsizetype at = 0;
     for (const auto &[start, end] : ranges) {
@@ -141,7 +205,12 @@ CodexEdit editCodexText(const QString &text, const QString &block) {
     }
     keep(at, text.size());
 
-    QString result = kept;
+    // Line ends as the kept text has them, so that the next install sees the same first line
+    // break (blank lines trimmed off the top may have ended differently) and has nothing to do.
+    const auto withBreak = std::find_if(pieces.cbegin(), pieces.cend(),
+                                        [](const QString &piece) { return piece.contains(u'\n'); });
+    const QString eol = firstLineEnding(withBreak == pieces.cend() ? text : *withBreak);
+    QString result = pieces.join(eol + eol);
     if (!result.isEmpty())
         result += eol + eol;
     result += QString(block).replace(u'\n', eol) + eol;
@@ -163,10 +232,19 @@ InstallResult installCodex(const QString &path, quint16 port, const QString &tok
         if (edited.text == text)
             return {{InstallResult::Kind::Unchanged, {}}, {}};
         QByteArray bytes = edited.text.toUtf8();
-        if (!parseToml(bytes))
+        const std::optional<toml::table> result = parseToml(bytes);
+        if (!result)
             return {
                 failed(QStringLiteral("%1 would not be valid TOML — left unchanged.").arg(path)),
                 {}};
+        // Under [[mcp_servers]] our table would land in the array's last element, where Codex
+        // does not look for servers.
+        if ((*result)["mcp_servers"][mcpServerName.toStdString()]["url"].value<std::string>() !=
+            urlForPort(port).toStdString())
+            return {failed(QStringLiteral("%1 keeps its MCP servers in a form this install "
+                                          "cannot edit — left unchanged.")
+                               .arg(path)),
+                    {}};
         return {{edited.replaced ? InstallResult::Kind::Updated : InstallResult::Kind::Added, {}},
                 std::move(bytes)};
     };

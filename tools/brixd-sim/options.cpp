@@ -35,7 +35,18 @@ std::optional<quint16> parsePort(const QString &text) {
 
 } // namespace
 
+Fault Fault::at(double epochSeconds) const {
+    if (cycleSeconds <= 0)
+        return *this;
+    static const Fault turns[] = {{Kind::None},    {Kind::ServerError}, {Kind::Hang},
+                                  {Kind::Garbage}, {Kind::Slow, 2},     {Kind::Killed}};
+    const auto turn = qint64(std::floor(epochSeconds / cycleSeconds)) % std::size(turns);
+    return turns[turn];
+}
+
 QString Fault::text() const {
+    if (cycleSeconds > 0)
+        return QStringLiteral("cycle=") + QString::number(cycleSeconds);
     switch (kind) {
     case Kind::None:
         return {};
@@ -47,6 +58,14 @@ QString Fault::text() const {
         return QStringLiteral("garbage");
     case Kind::Slow:
         return QStringLiteral("slow=") + QString::number(delaySeconds);
+    case Kind::Killed:
+        return QStringLiteral("killed");
+    case Kind::Huge:
+        return QStringLiteral("huge");
+    case Kind::Deep:
+        return QStringLiteral("deep");
+    case Kind::Projects:
+        return QStringLiteral("projects=") + QString::number(count);
     }
     return {};
 }
@@ -60,6 +79,24 @@ std::optional<Fault> parseFault(const QString &text) {
         return Fault{Fault::Kind::Hang, 0};
     if (text == u"garbage")
         return Fault{Fault::Kind::Garbage, 0};
+    if (text == u"killed")
+        return Fault{Fault::Kind::Killed};
+    if (text == u"huge")
+        return Fault{Fault::Kind::Huge};
+    if (text == u"deep")
+        return Fault{Fault::Kind::Deep};
+    if (text.startsWith(u"projects=")) {
+        bool ok = false;
+        const int count = text.mid(9).toInt(&ok);
+        if (ok && count >= 0 && count <= 10'000'000)
+            return Fault{Fault::Kind::Projects, 0, count};
+    }
+    if (text.startsWith(u"cycle=")) {
+        bool ok = false;
+        const double seconds = text.mid(6).toDouble(&ok);
+        if (ok && std::isfinite(seconds) && seconds >= 1 && seconds <= 3600)
+            return Fault{Fault::Kind::None, 0, 0, seconds};
+    }
     if (text.startsWith(u"slow=")) {
         bool ok = false;
         const double seconds = text.mid(5).toDouble(&ok);
@@ -108,8 +145,9 @@ Invocation parseInvocation(const QStringList &arguments, const Environment &env)
     const QString faultText = pick(parser, fault, env, faultVar).value_or(QString());
     const std::optional<Fault> parsedFault = parseFault(faultText);
     if (!parsedFault) {
-        inv.usageError = QStringLiteral("unknown fault \"%1\" (500, hang, garbage or "
-                                        "slow=SECONDS up to 3600)")
+        inv.usageError = QStringLiteral("unknown fault \"%1\" (500, hang, garbage, "
+                                        "slow=SECONDS up to 3600, killed, huge, deep, "
+                                        "projects=N or cycle=SECONDS)")
                              .arg(faultText);
         return inv;
     }
@@ -154,8 +192,11 @@ QString helpText() {
         "\n"
         "  --scenario NAME|PATH  a built-in scenario (see `list`) or a scenario file;\n"
         "                        default typical-day                [BRIXD_SIM_SCENARIO]\n"
-        "  --fault MODE          every admin endpoint misbehaves: 500, hang, garbage or\n"
-        "                        slow=SECONDS                       [BRIXD_SIM_FAULT]\n"
+        "  --fault MODE          every admin endpoint misbehaves: 500, hang, garbage,\n"
+        "                        slow=SECONDS or killed (dies with the request in hand);\n"
+        "                        /status only: huge (50 MB), deep (nested 10,000 deep)\n"
+        "                        or projects=N; cycle=SECONDS: none, 500, hang, garbage,\n"
+        "                        slow=2, killed in turn             [BRIXD_SIM_FAULT]\n"
         "  --port N              port to listen on, 0 for any free one; default 8511\n"
         "                                                           [QUON_BRIX_ADMIN_PORT]\n"
         "  --account-port N      also serve the stand-in account API (device sign-in and\n"

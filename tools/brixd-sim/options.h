@@ -15,15 +15,25 @@
 namespace quonbrix::sim {
 
 struct Fault {
-    enum class Kind { None, ServerError, Hang, Garbage, Slow };
+    // Killed: the sim dies (SIGKILL) with the request in hand. Huge, Deep and Projects change
+    // only /status: a valid status padded to 50 MB, one with a value nested 10,000 deep, or one
+    // with `count` projects.
+    enum class Kind { None, ServerError, Hang, Garbage, Slow, Killed, Huge, Deep, Projects };
     Kind kind = Kind::None;
     double delaySeconds = 0;
+    int count = 0;
+    // cycle=SECONDS: none, 500, hang, garbage, slow=2 and killed in turn, each for SECONDS of
+    // the wall clock, so that a sim started again carries on where the last one died.
+    double cycleSeconds = 0;
 
+    // The fault in force at `epochSeconds`.
+    Fault at(double epochSeconds) const;
     // As it is written on the command line ("slow=0.5"); empty for none.
     QString text() const;
 };
 
-// "500", "hang", "garbage" or "slow=SECONDS"; empty text is no fault.
+// "500", "hang", "garbage", "slow=SECONDS", "killed", "huge", "deep", "projects=N" or
+// "cycle=SECONDS"; empty text is no fault.
 std::optional<Fault> parseFault(const QString &text);
 
 struct RunOptions {

@@ -1,12 +1,15 @@
 #include "sim_server.h"
 
+#include <QDateTime>
 #include <QHttpServerRequest>
 #include <QHttpServerResponder>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
+#include <csignal>
 #include <cstdio>
 
 namespace quonbrix::sim {
@@ -64,6 +67,30 @@ QByteArray methodName(QHttpServerRequest::Method m) {
     }
 }
 
+// A status nobody should send: valid, but padded to 50 MB, nested 10,000 deep, or with `count`
+// projects made from the scenario's first.
+QByteArray hostileStatus(const QByteArray &status, const Fault &fault) {
+    QJsonObject o = QJsonDocument::fromJson(status).object();
+    if (fault.kind == Fault::Kind::Huge) {
+        o.insert(QStringLiteral("padding"), QString(50 << 20, u'x'));
+    } else if (fault.kind == Fault::Kind::Projects) {
+        QJsonObject row = o.value(QStringLiteral("projects")).toArray().first().toObject();
+        QJsonArray rows;
+        for (int i = 0; i < fault.count; ++i) {
+            row.insert(QStringLiteral("key"), QJsonObject{{QStringLiteral("repo"),
+                                                           QStringLiteral("acme/repo-%1").arg(i)}});
+            rows.append(row);
+        }
+        o.insert(QStringLiteral("projects"), rows);
+    }
+    QByteArray body = QJsonDocument(o).toJson(QJsonDocument::Compact);
+    if (fault.kind == Fault::Kind::Deep) {
+        body.chop(1);
+        body += ",\"deep\":" + QByteArray(10'000, '[') + QByteArray(10'000, ']') + '}';
+    }
+    return body;
+}
+
 } // namespace
 
 void logLine(const QString &text) {
@@ -94,8 +121,9 @@ bool SimServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *soc
     // The path only: a query may carry a sign-in code.
     const QString what = QString::fromLatin1(in.method) + u' ' + in.path.left(100);
     QHttpServerResponder responder = makeResponder(request, socket);
+    const Fault fault = m_fault.at(double(QDateTime::currentMSecsSinceEpoch()) / 1000.0);
 
-    switch (m_fault.kind) {
+    switch (fault.kind) {
     case Fault::Kind::ServerError:
         responder.write(QJsonDocument(QJsonObject{
                             {QStringLiteral("error"), QStringLiteral("simulated failure")}}),
@@ -111,8 +139,15 @@ bool SimServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *soc
         new PendingReply(std::move(responder), socket);
         logLine(what + QStringLiteral(" -> held open, no answer"));
         return true;
+    case Fault::Kind::Killed:
+        logLine(what + QStringLiteral(" -> killed with the request in hand"));
+        ::raise(SIGKILL);
+        return true;
     case Fault::Kind::Slow:
     case Fault::Kind::None:
+    case Fault::Kind::Huge:
+    case Fault::Kind::Deep:
+    case Fault::Kind::Projects:
         break;
     }
 
@@ -122,10 +157,17 @@ bool SimServer::handleRequest(const QHttpServerRequest &request, QTcpSocket *soc
         logLine(what + QStringLiteral(" -> held open, no answer (%1)").arg(reply.summary));
         return true;
     }
+    const bool hostile = fault.kind == Fault::Kind::Huge || fault.kind == Fault::Kind::Deep ||
+                         fault.kind == Fault::Kind::Projects;
+    if (hostile && in.path == u"/status" && reply.status == 200) {
+        reply.body = hostileStatus(reply.body, fault);
+        reply.summary +=
+            QStringLiteral(", made %1 (%2 bytes)").arg(fault.text()).arg(reply.body.size());
+    }
     logLine(QStringLiteral("%1 -> %2 (%3)").arg(what).arg(reply.status).arg(reply.summary));
-    if (m_fault.kind == Fault::Kind::Slow)
+    if (fault.kind == Fault::Kind::Slow)
         (new PendingReply(std::move(responder), socket))
-            ->sendLater(m_fault.delaySeconds, std::move(reply));
+            ->sendLater(fault.delaySeconds, std::move(reply));
     else
         send(responder, reply);
     return true;
