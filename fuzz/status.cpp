@@ -5,6 +5,7 @@
 #include "daemon_link/records.h"
 #include "features/alerts.h"
 #include "features/formatting.h"
+#include "features/limit_forecast.h"
 #include "features/provider_limits.h"
 #include "features/sharing.h"
 #include "features/today_figures.h"
@@ -63,8 +64,17 @@ void figures(const DaemonStatus &status, const QDateTime &now) {
         }
     for (const WorkSession *session : openWorkTimers(status))
         formatElapsedClock(workTimerElapsedSeconds(*session, now));
+    // The forecast, with a recent reading of each window in its history as well.
+    PaceHistory history;
+    if (status.providerLimits) {
+        history.record(double(now.toMSecsSinceEpoch()) - 20 * 60'000.0, *status.providerLimits);
+        history.record(double(now.toMSecsSinceEpoch()), *status.providerLimits);
+    }
+    const ForecastContext context{now, &history, locale, zone};
+    if (status.providerLimits)
+        limitHeadline(*status.providerLimits, context);
     AlertRules alerts;
-    alerts.afterPass(status, now);
+    alerts.afterPass(status, context);
 }
 
 } // namespace
