@@ -132,7 +132,7 @@ void MeterClientTest::baseFromPortVariable() {
     QFETCH(QString, expected);
     QFETCH(bool, validUrl);
 
-    Environment env({{QStringLiteral("HOME"), QStringLiteral("/home/someone")},
+    Environment env({{QStringLiteral("HOME"), QStringLiteral("/srv/people/someone")},
                      {QStringLiteral("QUON_BRIX_MCP_PORT"), QStringLiteral("8600")}});
     if (port)
         env.set(QStringLiteral("QUON_BRIX_ADMIN_PORT"), *port);
