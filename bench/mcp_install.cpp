@@ -42,7 +42,7 @@ const char *const prompts[] = {
 // One project entry as Claude Code writes it.
 void appendProject(QByteArray &out, int i, bool last) {
     const QByteArray n = QByteArray::number(i);
-    out += "    \"/srv/work/client-" + n + "/service-" + QByteArray::number(i % 7) + "\": {\n";
+    out += "    \"/srv/code/client-" + n + "/service-" + QByteArray::number(i % 7) + "\": {\n";
     out += "      \"allowedTools\": [\n        \"Bash(git status)\",\n"
            "        \"Bash(npm run test:*)\",\n        \"Edit\"\n      ],\n";
     out += "      \"history\": [\n";

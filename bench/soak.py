@@ -10,47 +10,17 @@ under 100 ms; the app must never crash. `exits` also wants about one start a sec
 app saying that brixd keeps stopping (its tray icon's tooltip, which carries what the popover's
 header says) rather than "Starting meter…".
 """
-import os, re, signal, socket, stat, subprocess, sys, tempfile, time
+import os, re, signal, stat, subprocess, sys, tempfile, time
+
+from procfs import child_processes, free_port, vmrss_kib
 
 BIN, MINUTES, MODE = sys.argv[1], float(sys.argv[2]), sys.argv[3]
 SAMPLE_S = 10
 
 
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def status_field(pid, name):
-    with open(f"/proc/{pid}/status") as f:
-        for line in f:
-            if line.startswith(name + ":"):
-                return line.split()[1]
-    return None
-
-
-def children(pid):
-    """(pid, name, state) of each child of `pid`."""
-    out = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
-        try:
-            with open(f"/proc/{entry}/stat") as f:
-                fields = f.read()
-        except OSError:
-            continue
-        name = fields[fields.index("(") + 1:fields.rindex(")")]
-        rest = fields[fields.rindex(")") + 2:].split()
-        if int(rest[1]) == pid:
-            out.append((int(entry), name, rest[0]))
-    return out
-
-
 def sample(pid):
-    return {"rss_kib": int(status_field(pid, "VmRSS")), "fds": len(os.listdir(f"/proc/{pid}/fd")),
-            "zombies": sum(1 for _, _, s in children(pid) if s == "Z")}
+    return {"rss_kib": vmrss_kib(pid), "fds": len(os.listdir(f"/proc/{pid}/fd")),
+            "zombies": sum(1 for _, _, s in child_processes(pid) if s == "Z")}
 
 
 class TrayWatcher:

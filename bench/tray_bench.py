@@ -14,13 +14,14 @@ VmRSS, so the bare tray's VmRSS is the baseline. Prints `row:` lines for scripts
 import os
 import re
 import signal
-import socket
 import statistics
 import struct
 import subprocess
 import sys
 import tempfile
 import time
+
+from procfs import child_processes, free_port, vmrss_kib
 
 BIN = sys.argv[1]
 SETTLE = float(os.environ.get("RSS_SETTLE_SECONDS", "6"))
@@ -42,11 +43,6 @@ def resident_frames(pid):
     return None if frames <= {0} else frames
 
 
-def vmrss_kib(pid):
-    with open(f"/proc/{pid}/status") as f:
-        return int(re.search(r"VmRSS:\s+(\d+)", f.read()).group(1))
-
-
 def memory_kib(pids):
     sets = [resident_frames(p) for p in pids]
     if any(s is None for s in sets):
@@ -55,20 +51,7 @@ def memory_kib(pids):
 
 
 def children(parent, name):
-    pids = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
-        try:
-            with open(f"/proc/{entry}/stat") as f:
-                stat = f.read()
-        except OSError:
-            continue
-        comm = stat[stat.index("(") + 1:stat.rindex(")")]
-        rest = stat[stat.rindex(")") + 2:].split()
-        if comm == name and rest[0] != "Z" and int(rest[1]) == parent:
-            pids.append(int(entry))
-    return pids
+    return [pid for pid, comm, state in child_processes(parent) if comm == name and state != "Z"]
 
 
 def popovers(app):
@@ -144,12 +127,6 @@ def shown_ms(log, what):
         print(f"tray: the popover did not come up ({what})")
         return None
     return int(match.group(1))
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
 
 
 def row(what, figure, target, met):

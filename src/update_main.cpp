@@ -88,8 +88,9 @@ Fetched fetch(const QUrl &url, qint64 limit, int timeoutMs,
     if (!tooBig && reply->isOpen())
         result.body += reply->readAll();
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    // Too big is no error here: the caller sees the size and says so.
     if (tooBig)
-        ; // the caller reports the size
+        result.error.clear();
     else if (status >= 400)
         result.error = QStringLiteral("the server answered HTTP %1").arg(status);
     else if (reply->error() == QNetworkReply::OperationCanceledError)

@@ -236,7 +236,7 @@ void IntegrationsTest::jsonInstall_data() {
                                     "\n  }\n}\n";
     QTest::newRow("other settings and servers kept")
         << QByteArray(R"({"theme":"dark","mcpServers":{"other":{"command":"x","args":["a"]}},)"
-                      R"("projects":{"/srv/work/repo":{"allowedTools":["Bash"],"history":[]}}})")
+                      R"("projects":{"/srv/code/repo":{"allowedTools":["Bash"],"history":[]}}})")
         << InstallResult::Kind::Added
         << "{\n"
            "  \"mcpServers\": {\n"
@@ -250,7 +250,7 @@ void IntegrationsTest::jsonInstall_data() {
                "\n"
                "  },\n"
                "  \"projects\": {\n"
-               "    \"/srv/work/repo\": {\n"
+               "    \"/srv/code/repo\": {\n"
                "      \"allowedTools\": [\n"
                "        \"Bash\"\n"
                "      ],\n"

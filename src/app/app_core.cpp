@@ -106,14 +106,22 @@ void AppCore::setUpdater(UpdateController *updater) {
     connect(updater, &UpdateController::newVersionFound, this, [this](const UpdateOffer &offer) {
         if (!m_notifier || !m_updater)
             return;
-        const bool packaged = m_updater->options().kind == InstallKind::Package;
+        QString body;
+        switch (m_updater->options().kind) {
+        case InstallKind::Package:
+            body = QStringLiteral("Update with your package manager.");
+            break;
+        case InstallKind::SelfContained:
+            body = QStringLiteral("Install it from Settings & integrations.");
+            break;
+        case InstallKind::ReadOnly:
+            body = QStringLiteral("Download it from %1.")
+                       .arg(offer.notesUrl.isEmpty() ? offer.url : offer.notesUrl);
+            break;
+        }
         m_notifier->post(QStringLiteral("quon-brix-update-") + offer.version,
                          QStringLiteral("QuonBrix %1 is available").arg(offer.displayVersion),
-                         packaged ? QStringLiteral("Update with your package manager.")
-                         : m_updater->options().kind == InstallKind::SelfContained
-                             ? QStringLiteral("Install it from Settings & integrations.")
-                             : QStringLiteral("Download it from %1.")
-                                   .arg(offer.notesUrl.isEmpty() ? offer.url : offer.notesUrl));
+                         body);
     });
 }
 

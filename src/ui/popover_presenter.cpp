@@ -81,8 +81,7 @@ view::PopoverState PopoverPresenter::state() const {
     state.work = workPanel(*m_status, now);
     state.projects = projectsPanel(status);
     state.sharing = sharingPanel(status);
-    state.settings = settingsGroup(*m_status, m_guideCopied, m_updater,
-                                   m_autostart ? std::optional(m_autostart->isOn()) : std::nullopt);
+    state.settings = settingsGroup(*m_status, m_guideCopied, m_updater, m_startsAtLogin);
     state.footer = footer(*m_status);
     state.signOut = signOutConfirmation();
     state.mcp = mcpSetupScreen(m_mcp);
@@ -93,6 +92,8 @@ view::PopoverState PopoverPresenter::state() const {
 view::PopoverState PopoverPresenter::startShowing() {
     m_showing = true;
     m_guideCopied = false;
+    if (m_autostart)
+        m_startsAtLogin = m_autostart->isOn();
     m_shown = state();
     updateTicking();
     return m_shown;
@@ -253,6 +254,7 @@ void PopoverPresenter::setUpdater(UpdateController *updater) {
 
 void PopoverPresenter::setAutostart(std::optional<Autostart> autostart) {
     m_autostart = std::move(autostart);
+    m_startsAtLogin = m_autostart ? std::optional(m_autostart->isOn()) : std::nullopt;
     scheduleUpdate();
 }
 
@@ -292,6 +294,7 @@ void PopoverPresenter::toggleAutostart() {
         qCWarning(lcPopover, "[QuonBrix] autostart: %s", qUtf8Printable(*failure));
         Q_EMIT beepRequested();
     }
+    m_startsAtLogin = m_autostart->isOn();
     scheduleUpdate();
 }
 

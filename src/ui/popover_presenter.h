@@ -89,6 +89,9 @@ private:
     bool m_guideCopied = false;
     UpdateController *m_updater = nullptr;
     std::optional<Autostart> m_autostart;
+    // Whether the entry is there, read when the popover opens and after a toggle rather than on
+    // every refresh.
+    std::optional<bool> m_startsAtLogin;
 };
 
 } // namespace quonbrix
